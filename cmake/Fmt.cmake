@@ -1,0 +1,23 @@
+# fmt 10. Its packaged CMake files are not used: they refuse to load where only the headers are unpacked.
+find_path(HWTABLES_FMT_INCLUDE fmt/format-inl.h
+          PATHS ${CMAKE_SOURCE_DIR}/.deps/fmt/include /usr/include NO_DEFAULT_PATH)
+if(NOT HWTABLES_FMT_INCLUDE)
+  message(FATAL_ERROR "fmt 10 is missing: run scripts/setup")
+endif()
+file(STRINGS ${HWTABLES_FMT_INCLUDE}/fmt/core.h fmt_version REGEX "^#define FMT_VERSION 10[0-9][0-9][0-9][0-9]$")
+if(NOT fmt_version)
+  message(FATAL_ERROR "${HWTABLES_FMT_INCLUDE} holds another fmt than 10: run scripts/setup")
+endif()
+
+add_library(hwtables_fmt INTERFACE)
+if(HWTABLES_FMT_INCLUDE STREQUAL /usr/include)
+  find_library(HWTABLES_FMT_LIBRARY fmt REQUIRED)
+  target_link_libraries(hwtables_fmt INTERFACE ${HWTABLES_FMT_LIBRARY})
+else()
+  target_include_directories(hwtables_fmt SYSTEM INTERFACE ${HWTABLES_FMT_INCLUDE})
+  add_library(hwtables_fmt_objects OBJECT ${CMAKE_SOURCE_DIR}/cmake/FmtLibrary.cpp)
+  target_include_directories(hwtables_fmt_objects SYSTEM PRIVATE ${HWTABLES_FMT_INCLUDE})
+  if(HWTABLES_SANITIZERS)
+    target_compile_options(hwtables_fmt_objects PRIVATE -fsanitize=${HWTABLES_SANITIZERS})
+  endif()
+endif()

@@ -1,0 +1,14 @@
+# hwtables_add_tests(<layer>): makes the program test_<layer> of every *Test.cpp under tests/<layer>, so that no test
+# file can be left out. Every test case is a test of CTest.
+include(GoogleTest)
+
+function(hwtables_add_tests layer)
+  cmake_parse_arguments(ARG "" "" "LIBRARIES" ${ARGN})
+  string(REPLACE "/" "_" name "test_${layer}")
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${layer}/*.cpp)
+  add_executable(${name} ${sources})
+  target_link_libraries(${name} PRIVATE hwtables ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE
+    HWTABLES_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" HWTABLES_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+  gtest_discover_tests(${name} TEST_PREFIX ${layer}. DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
+endfunction()
