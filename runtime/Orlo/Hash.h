@@ -1,6 +1,6 @@
-// The hash of keys. Its results are part of the store's file format: every process that shares a store computes the
-// same, on every machine, so the constants and steps below never change without a new format version.
-// Plain values without shared state; any thread.
+// The hash of keys. Its results are part of the store's file format: every process that shares a store
+// computes the same, on every machine, so the constants and steps below never change without a new format
+// version. Plain values without shared state; any thread.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ class Hash {
  public:
   // A state from a seed and two further words.
   constexpr explicit Hash(std::uint32_t seed, std::uint32_t second = 0, std::uint32_t third = 0)
-      : state_(fold((std::uint64_t{third} << 32 | seed) ^ kStart, kMultiplier + second)) {}
+      : state_((std::uint64_t{third} << 32 | seed) ^ std::uint64_t{second} << 16 ^ kStart) {}
 
   // Mixes one member in, by its value whatever its width.
   template <class Integer>
