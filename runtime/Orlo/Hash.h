@@ -1,6 +1,6 @@
-// The hash of keys. Its results are part of the store's file format: every process that shares a store computes the
-// same, on every machine, so the constants and steps below never change without a new format version.
-// Plain values without shared state; any thread.
+// The hash of keys. Its results are part of the store's file format: every process that shares a store
+// computes the same, on every machine, so the constants and steps below never change without a new format
+// version. Plain values without shared state; any thread.
 #pragma once
 
 #include <cstdint>
