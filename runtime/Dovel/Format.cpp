@@ -5,26 +5,29 @@
 
 #include <cstdlib>
 
+#include "runtime/Dovel/TraceOutput.h"
+
 namespace Dovel::Impl {
-namespace {
 
 // Every format was checked at compile time, but a formatter of a user's type may still throw.
-std::string message(fmt::string_view format, fmt::format_args args) {
+String messageText(fmt::string_view format, fmt::format_args args) {
+  auto const unformatted = [&](char const* reason) {
+    return std::string(format.data(), format.size()) + " (not formatted: " + reason + ")";
+  };
   try {
     return fmt::vformat(format, args);
   } catch (std::exception const& failure) {
-    return std::string(format.data(), format.size()) + " (not formatted: " + failure.what() + ")";
+    return unformatted(failure.what());
+  } catch (...) {
+    return unformatted("unknown exception");
   }
 }
 
-}  // namespace
-
 String vfmtracestr(bool withPlace, char const* className, char const* file, char const* function, int line,
                    fmt::string_view format, fmt::format_args args) {
-  std::string text = message(format, args);
+  String text = messageText(format, args);
   if (!withPlace) return text;
-  bool const inClass = className != nullptr && *className != '\0';
-  return fmt::format("{}:{} {}{}{} {}", file, line, inClass ? className : "", inClass ? "::" : "", function, text);
+  return String(placeText(className, file, function, line)).append(" ").append(text);
 }
 
 void vfmthrow(Raise raise, char const* className, char const* file, char const* function, int line,
@@ -33,10 +36,10 @@ void vfmthrow(Raise raise, char const* className, char const* file, char const* 
   std::abort();
 }
 
-void vfmassert(char const* className, char const* file, char const* function, int line, fmt::string_view format,
-               fmt::format_args args) {
-  String text = vfmtracestr(false, className, file, function, line, format, args).append("\n");
-  [[maybe_unused]] auto written = ::write(STDERR_FILENO, text.data(), text.size());
+void vfmassert(char const* className, char const* file, char const* function, int line,
+               fmt::string_view format, fmt::format_args args) noexcept {
+  String const text = vfmtracestr(false, className, file, function, line, format, args).append("\n");
+  writeText(STDERR_FILENO, text);
   std::abort();
 }
 

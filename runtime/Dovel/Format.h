@@ -1,6 +1,6 @@
-// Reporting calls: trace, text, throw, assert. Each call packs its arguments and makes one call of a function that is
-// not a template, so that a call site costs little code. Formats are checked by the compiler.
-// Any thread may call them.
+// Reporting calls: trace, text, throw, assert. Each call packs its arguments and makes one call of a function
+// that is not a template, so that a call site costs little code. Formats are checked by the compiler. Any
+// thread may call them. The sinks are Orlo::TraceHandle and Dovel::Platform::DebugHandler.
 #pragma once
 
 #include <fmt/core.h>
@@ -31,13 +31,16 @@ template <class Sink>
 void vfmtrace(Sink const& sink, unsigned short level, char const* className, char const* file,
               char const* function, int line, fmt::string_view format, fmt::format_args args);
 
+// The message alone. Where a formatter throws, the bare format and the reason.
+String messageText(fmt::string_view format, fmt::format_args args);
+
 String vfmtracestr(bool withPlace, char const* className, char const* file, char const* function, int line,
                    fmt::string_view format, fmt::format_args args);
 
 using Raise = void (*)(String const& message);
 
-[[noreturn]] void vfmthrow(Raise raise, char const* className, char const* file, char const* function, int line,
-                           fmt::string_view format, fmt::format_args args);
+[[noreturn]] void vfmthrow(Raise raise, char const* className, char const* file, char const* function,
+                           int line, fmt::string_view format, fmt::format_args args);
 
 template <class Sink>
 [[noreturn]] void vfmthrow(Raise raise, Sink const& sink, unsigned short level, char const* className,
@@ -45,16 +48,16 @@ template <class Sink>
                            fmt::format_args args);
 
 [[noreturn]] void vfmassert(char const* className, char const* file, char const* function, int line,
-                            fmt::string_view format, fmt::format_args args);
+                            fmt::string_view format, fmt::format_args args) noexcept;
 
 template <class Sink>
 [[noreturn]] void vfmassert(Sink const& sink, char const* className, char const* file, char const* function,
-                            int line, fmt::string_view format, fmt::format_args args);
+                            int line, fmt::string_view format, fmt::format_args args) noexcept;
 
 }  // namespace Impl
 
-// Writes one trace line. The caller has tested the sink's mask; DOVEL_TRACE does both. className is null or empty for
-// free functions. A trace that can't be written or formatted is dropped; it never fails the caller.
+// Writes one trace line. The caller has tested the sink's mask; DOVEL_TRACE does both. className is null or
+// empty for free functions. A trace that can't be written or formatted is dropped; it never fails the caller.
 template <class Sink, class... Args>
 void fmtrace(Sink const& sink, unsigned short level, char const* file, char const* function, int line,
              char const* className, FormatText<std::type_identity_t<Args>...> format, Args const&... args) {
@@ -83,8 +86,8 @@ template <class Exception, class Sink, class... Args>
 [[noreturn]] void fmthrow(Sink const& sink, unsigned short level, char const* className, char const* file,
                           char const* function, int line, FormatText<std::type_identity_t<Args>...> format,
                           Args const&... args) {
-  Impl::vfmthrow<Sink>(&Exception::throwException, sink, level, className, file, function, line, format.view(),
-                       fmt::make_format_args(args...));
+  Impl::vfmthrow<Sink>(&Exception::throwException, sink, level, className, file, function, line,
+                       format.view(), fmt::make_format_args(args...));
 }
 
 // Prints the message to standard error and ends the process by abort(); nothing unwinds.
@@ -94,23 +97,31 @@ template <class... Args>
   Impl::vfmassert(className, file, function, line, format.view(), fmt::make_format_args(args...));
 }
 
+// The same, after a level 0 trace of the message where that level is on: a trace file then tells the end,
+// too.
+template <class Sink, class... Args>
+[[noreturn]] void fmassert(Sink const& sink, char const* className, char const* file, char const* function,
+                           int line, FormatText<std::type_identity_t<Args>...> format, Args const&... args) {
+  Impl::vfmassert<Sink>(sink, className, file, function, line, format.view(), fmt::make_format_args(args...));
+}
+
 }  // namespace Dovel
 
 // Traces at a level of 0 to 15 where it is on; otherwise nothing of the call is evaluated.
-#define DOVEL_TRACE(sink, level, className, ...)                                                           \
-  do {                                                                                                     \
-    auto const& dovelSink = (sink);                                                                        \
-    if (dovelSink.isOn(level)) [[unlikely]]                                                                \
-      ::Dovel::fmtrace(dovelSink, static_cast<unsigned short>(level), __FILE__, __func__, __LINE__,        \
-                       className, __VA_ARGS__);                                                            \
+#define DOVEL_TRACE(sink, level, className, ...)                                                    \
+  do {                                                                                              \
+    auto const& dovelSink = (sink);                                                                 \
+    if (dovelSink.isOn(level)) [[unlikely]]                                                         \
+      ::Dovel::fmtrace(dovelSink, static_cast<unsigned short>(level), __FILE__, __func__, __LINE__, \
+                       className, __VA_ARGS__);                                                     \
   } while (false)
 
 #define DOVEL_THROW(Exception, className, ...) \
   ::Dovel::fmthrow<Exception>(static_cast<char const*>(className), __FILE__, __func__, __LINE__, __VA_ARGS__)
 
 // Ends the process with the message where the condition fails. It is tested in every build.
-#define DOVEL_ASSERT(condition, className, ...)                                         \
-  do {                                                                                  \
-    if (!(condition)) [[unlikely]]                                                      \
+#define DOVEL_ASSERT(condition, className, ...)                                                          \
+  do {                                                                                                   \
+    if (!(condition)) [[unlikely]]                                                                       \
       ::Dovel::fmassert(static_cast<char const*>(className), __FILE__, __func__, __LINE__, __VA_ARGS__); \
   } while (false)
