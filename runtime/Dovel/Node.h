@@ -39,8 +39,10 @@ class Node {
   // Gives up one use; with the last one the node is destroyed.
   void decUseImpl() const {
     std::uint32_t const before = ThreadControl::add(useCount_, ~std::uint32_t{0}, std::memory_order_acq_rel);
-    if (before <= 1) [[unlikely]]
-      noUserLeft(before);
+    if (before > 1) return;
+    if (before == 1 && flags_ == 0) [[likely]]
+      return const_cast<Node*>(this)->lastUserGone();
+    noUserLeft(before);
   }
 
   std::uint32_t useCount() const { return useCount_.load(std::memory_order_relaxed); }
@@ -48,7 +50,10 @@ class Node {
 
  protected:
   Node() = default;
-  virtual ~Node();
+  virtual ~Node() {
+    if (useCount() != 0) [[unlikely]]
+      destroyedInUse();
+  }
 
   // Destroys the node and frees its memory, unless a class knows better what to do with an unused node.
   virtual void lastUserGone();
@@ -57,7 +62,9 @@ class Node {
 
  private:
   friend class NodeMaker;
+  // The last use went while the node is being made or destroyed, or was none.
   void noUserLeft(std::uint32_t before) const;
+  [[noreturn]] void destroyedInUse() const;
 
   mutable std::atomic<std::uint32_t> useCount_{0};
   std::uint32_t flags_ = kBeingConstructed;

@@ -149,6 +149,15 @@ TEST(NodeDeathTest, AUseGivenUpTwiceEndsTheProcess) {
   EXPECT_DEATH(local.decUseImpl(), "given up that nobody held");
 }
 
+TEST(NodeDeathTest, DestroyingANodeThatIsInUseEndsTheProcess) {
+  struct Local : Dovel::Tracked<Local> {};
+  auto const leavesAUser = [] {
+    Local local;
+    local.incUseCount();
+  };
+  EXPECT_DEATH(leavesAUser(), "destroyed with 1 users left");
+}
+
 struct Thrower : Dovel::Tracked<Thrower> {
   ~Thrower() override { fail(); }
   void fail() { throw std::runtime_error("too late"); }
