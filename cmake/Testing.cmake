@@ -12,3 +12,16 @@ function(hwtables_add_tests layer)
     HWTABLES_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" HWTABLES_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
   gtest_discover_tests(${name} TEST_PREFIX ${layer}. DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
 endfunction()
+
+# hwtables_add_generator_tests(<folder>): every test_*.py under tests/<folder> is a test of CTest.
+function(hwtables_add_generator_tests folder)
+  file(GLOB files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${folder}/test_*.py)
+  foreach(file IN LISTS files)
+    get_filename_component(name ${file} NAME_WE)
+    string(REPLACE "test_" "generator." name ${name})
+    add_test(NAME ${name} COMMAND ${HWTABLES_PYTHON} -m unittest ${file}
+             WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/tests/${folder})
+    set_tests_properties(${name} PROPERTIES LABELS generator ENVIRONMENT
+      "PYTHONPATH=${CMAKE_SOURCE_DIR}/LoamSharedHwTables;PYTHONDONTWRITEBYTECODE=1")
+  endforeach()
+endfunction()

@@ -172,7 +172,7 @@ MEMORY = Section("memories", "One chip memory, register or physical database of 
                  " have the same geometry.", (
     Key("name", _NAME, "Name that the descriptor stores. The memory's id is its place in the list."),
     Key("block", Integer(0, WORD_MAX), "Chip block, as commands number it."),
-    Key("address", Integer(0, WORD_MAX), "Base address in the block, counted in entries."),
+    Key("address", Integer(0, WORD_MAX), "Base address in the block, or the register's address."),
     Key("firstArray", Integer(0, 255), "The smallest array index.", required=False, default=0),
     Key("arrayCount", Integer(1, 255), "How many arrays. In a table with an array key it is `arrayIndex`'s `max` + 1.",
         required=False, default=1),

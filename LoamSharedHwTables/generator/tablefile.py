@@ -1,5 +1,6 @@
 """One file of the catalogue: read, checked, and what is sound of it."""
 
+import re
 import tomllib
 from dataclasses import dataclass
 from pathlib import Path
@@ -40,8 +41,6 @@ def read_chip(path: Path) -> TableFile:
 def read_table(path: Path) -> TableFile:
     """Everything but what concerns the table that this one may be like."""
     file = _read(path, TABLE)
-    if not names.is_class(file.name):
-        file.problems.add("file name", file.name, names.CLASS_LEGAL)
     if file.data is None:
         return file
     table, problems = file.data, file.problems
@@ -67,19 +66,31 @@ def check_exact_match(table: dict, fields: list[dict], problems: Problems) -> No
 
 def _read(path: Path, section: Section) -> TableFile:
     problems = Problems(str(path), path.stem)
-    try:
-        raw = tomllib.loads(path.read_bytes().decode())
-    except tomllib.TOMLDecodeError as error:
-        problems.add_text("TOML", "syntax", str(error))
-        return TableFile(path, path.stem, None, problems)
-    except UnicodeDecodeError as error:
-        problems.add_text("TOML", f"byte {error.start}", "UTF-8")
+    raw = _read_toml(path, problems)
+    if raw is None:
         return TableFile(path, path.stem, None, problems)
     family = raw.get("family") if raw.get("family") in FAMILIES else None
     data = structure.checked(section, raw, family, "", problems)
     if section is TABLE:
         _check_sources(raw, problems)
     return TableFile(path, path.stem, data, problems)
+
+
+def _read_toml(path: Path, problems: Problems) -> dict | None:
+    content = path.read_bytes()
+    try:
+        text = content.decode()
+        return tomllib.loads(text)
+    except UnicodeDecodeError as error:
+        problems.add_text(f"byte {error.start}", f"{content[error.start]:#x}", "UTF-8 text")
+    except tomllib.TOMLDecodeError as error:
+        # The parser tells the place in its message alone.
+        place = re.search(r"at line (\d+)", str(error))
+        lines = text.splitlines()
+        number = int(place[1]) if place else len(lines)
+        line = lines[number - 1].strip() if 0 < number <= len(lines) else ""
+        problems.add_text(f"line {number}", line, f"TOML, {error}")
+    return None
 
 
 def _check_sources(raw: dict, problems: Problems) -> None:
