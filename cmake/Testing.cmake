@@ -8,6 +8,7 @@ function(hwtables_add_tests layer)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${layer}/*.cpp)
   add_executable(${name} ${sources})
   target_link_libraries(${name} PRIVATE hwtables ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+  target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
   target_compile_definitions(${name} PRIVATE
     HWTABLES_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" HWTABLES_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
   gtest_discover_tests(${name} TEST_PREFIX ${layer}. DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)

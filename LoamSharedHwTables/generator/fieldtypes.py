@@ -32,7 +32,7 @@ class FieldType:
     def cpp_type(self) -> str:
         if self.width is None:
             return "Keel::PerUnitBitmap"
-        return f"std::uint{self.width}_t" if self.name in _PLAIN else self.name
+        return f"std::uint{self.width}_t" if self.name in _PLAIN else f"Orlo::{self.name}"
 
 
 def parse(name: str) -> FieldType | None:

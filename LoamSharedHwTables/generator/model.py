@@ -34,6 +34,7 @@ class Field:
     low: int
     high: int
     storage_bytes: int | None
+    whole: bool
 
     @property
     def width(self) -> int:
@@ -162,7 +163,7 @@ def _key_member(member: dict) -> KeyMember:
 def _fields(fields: list[dict], view: str | None, first: int) -> tuple[Field, ...]:
     types = [fieldtypes.parse(field["type"]) for field in fields]
     return tuple(Field(first + index, view, field["name"], parsed.name, parsed.cpp_type, *field["bits"],
-                       parsed.storage_bytes) for index, (field, parsed) in enumerate(zip(fields, types)))
+                       parsed.storage_bytes, field["whole"]) for index, (field, parsed) in enumerate(zip(fields, types)))
 
 
 def _views(views: list[dict]) -> tuple[View, ...]:

@@ -185,6 +185,8 @@ FIELD = Section("fields", "One field of the entry: a pair of accessors over a bi
     Key("name", MemberName(), "Name of the getter; the setter is the name followed by `Is`."),
     Key("type", TypeName(bitmap=True), "Type of the value. Its width is the width of the range; a bitmap takes any."),
     Key("bits", BitRange(), "First and last bit, both inclusive, counted from bit 0 of byte 0."),
+    Key("whole", Flag(), "Bitmaps only: the setter refuses a bitmap shorter than the range with `std::out_of_range`."
+        " Otherwise the bits past a short bitmap's end are written as 0.", required=False, default=False),
 ))
 
 _PRESETS = "The names are fields, the values fit them."

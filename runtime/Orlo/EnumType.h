@@ -3,6 +3,7 @@
 
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include "runtime/Orlo/CharRange.h"
 
@@ -41,5 +42,16 @@ class EnumType {
   std::string_view name_;
   std::span<Enumerator const> enumerators_;
 };
+
+// Reads *value from the whole string, for enumerated types with a sequenceToValue(CharRange&, Enum*).
+template <class Enum>
+  requires std::is_enum_v<Enum>
+void strepToValue(Dovel::String const& text, Enum* value) {
+  CharRange range(text.view());
+  Enum read{};
+  sequenceToValue(range, &read);
+  CharRangeCheckAllDataConsumed(range);
+  *value = read;
+}
 
 }  // namespace Orlo

@@ -1,0 +1,117 @@
+// Every table of the bundle, for tests that hold for all.
+#pragma once
+
+#include <string>
+
+#include "LoamSharedHwTables/Qumran3a/BigAds1HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigAds3HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigAds4HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigAdsHwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigBb1HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigBb3HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigBb4HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigBbHwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/BigBbXlHwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/EgrAddHdrProfMapHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/EmAccessCmdHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/EsemDefaultResultHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/EsemFodoPortCvidEm.h"
+#include "LoamSharedHwTables/Qumran3a/EtppbTrapForwardActionTableHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/InAcSVlanHwEm.h"
+#include "LoamSharedHwTables/Qumran3a/InAcUntaggedHwEm.h"
+#include "LoamSharedHwTables/Qumran3a/Ip4UdpTtMpIsemHwEm.h"
+#include "LoamSharedHwTables/Qumran3a/IpkgvHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/IppeRecycFwdProfileMappingHwReg.h"
+#include "LoamSharedHwTables/Qumran3a/ItppSniffSysHdrInfoHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/MainHdrProfMapHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/MplsIsemHwEm.h"
+#include "LoamSharedHwTables/Qumran3a/SmallAdsA1HwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/SmallAdsB1HwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/SmallAdsB2HwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/SmallAdsHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/SmallBbBHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/SmallBbHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/SrcAddrMapHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/Srv6LocalSidIsemHwEm.h"
+#include "LoamSharedHwTables/Qumran3a/TcamBHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/TcamHwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/VsiToVniEsemHwEm.h"
+#include "LoamSharedHwTables/Qumran3a/VttInPpPortConfig0HwDirect.h"
+#include "LoamSharedHwTables/Qumran3a/XlKapsDirect1HwMdb.h"
+#include "LoamSharedHwTables/Qumran3a/XlKapsDirect2HwMdb.h"
+
+namespace TestSupport {
+
+template <class... Tables>
+struct TableList {
+  template <class Visit>
+  static void forEach(Visit&& visit) {
+    (visit.template operator()<Tables>(), ...);
+  }
+};
+
+using ArrayKeyTables = TableList<bcm88490_a0::TcamHwDirect, bcm88490_a0::TcamBHwDirect,
+                                 bcm88490_a0::SmallBbHwDirect, bcm88490_a0::SmallBbBHwDirect>;
+using ValueKeyTables = TableList<
+    bcm88490_a0::SmallAdsHwDirect, bcm88490_a0::SmallAdsA1HwDirect, bcm88490_a0::SmallAdsB1HwDirect,
+    bcm88490_a0::SmallAdsB2HwDirect, bcm88490_a0::VttInPpPortConfig0HwDirect,
+    bcm88490_a0::MainHdrProfMapHwDirect, bcm88490_a0::EmAccessCmdHwDirect,
+    bcm88490_a0::EgrAddHdrProfMapHwDirect, bcm88490_a0::SrcAddrMapHwDirect, bcm88490_a0::IpkgvHwDirect,
+    bcm88490_a0::EsemDefaultResultHwDirect, bcm88490_a0::EtppbTrapForwardActionTableHwDirect,
+    bcm88490_a0::ItppSniffSysHdrInfoHwDirect, bcm88490_a0::IppeRecycFwdProfileMappingHwReg,
+    bcm88490_a0::BigAdsHwMdb, bcm88490_a0::BigAds1HwMdb, bcm88490_a0::BigAds3HwMdb, bcm88490_a0::BigAds4HwMdb,
+    bcm88490_a0::BigBbHwMdb, bcm88490_a0::BigBb1HwMdb, bcm88490_a0::BigBb3HwMdb, bcm88490_a0::BigBb4HwMdb,
+    bcm88490_a0::BigBbXlHwMdb, bcm88490_a0::XlKapsDirect1HwMdb, bcm88490_a0::XlKapsDirect2HwMdb>;
+using ExactMatchTables =
+    TableList<bcm88490_a0::MplsIsemHwEm, bcm88490_a0::Srv6LocalSidIsemHwEm, bcm88490_a0::EsemFodoPortCvidEm,
+              bcm88490_a0::InAcSVlanHwEm, bcm88490_a0::InAcUntaggedHwEm, bcm88490_a0::Ip4UdpTtMpIsemHwEm,
+              bcm88490_a0::VsiToVniEsemHwEm>;
+using AllTables = TableList<
+    bcm88490_a0::TcamHwDirect, bcm88490_a0::TcamBHwDirect, bcm88490_a0::SmallBbHwDirect,
+    bcm88490_a0::SmallBbBHwDirect, bcm88490_a0::SmallAdsHwDirect, bcm88490_a0::SmallAdsA1HwDirect,
+    bcm88490_a0::SmallAdsB1HwDirect, bcm88490_a0::SmallAdsB2HwDirect, bcm88490_a0::VttInPpPortConfig0HwDirect,
+    bcm88490_a0::MainHdrProfMapHwDirect, bcm88490_a0::EmAccessCmdHwDirect,
+    bcm88490_a0::EgrAddHdrProfMapHwDirect, bcm88490_a0::SrcAddrMapHwDirect, bcm88490_a0::IpkgvHwDirect,
+    bcm88490_a0::EsemDefaultResultHwDirect, bcm88490_a0::EtppbTrapForwardActionTableHwDirect,
+    bcm88490_a0::ItppSniffSysHdrInfoHwDirect, bcm88490_a0::MplsIsemHwEm, bcm88490_a0::Srv6LocalSidIsemHwEm,
+    bcm88490_a0::EsemFodoPortCvidEm, bcm88490_a0::InAcSVlanHwEm, bcm88490_a0::InAcUntaggedHwEm,
+    bcm88490_a0::Ip4UdpTtMpIsemHwEm, bcm88490_a0::VsiToVniEsemHwEm,
+    bcm88490_a0::IppeRecycFwdProfileMappingHwReg, bcm88490_a0::BigAdsHwMdb, bcm88490_a0::BigAds1HwMdb,
+    bcm88490_a0::BigAds3HwMdb, bcm88490_a0::BigAds4HwMdb, bcm88490_a0::BigBbHwMdb, bcm88490_a0::BigBb1HwMdb,
+    bcm88490_a0::BigBb3HwMdb, bcm88490_a0::BigBb4HwMdb, bcm88490_a0::BigBbXlHwMdb,
+    bcm88490_a0::XlKapsDirect1HwMdb, bcm88490_a0::XlKapsDirect2HwMdb>;
+
+// Calls visit<Record>(view class or "") for each class of the table that has fields.
+template <class Table, class Visit>
+void forEachFieldClass(Visit&& visit) {
+  visit.template operator()<typename Table::Entry>("");
+}
+template <class Table, class Visit>
+  requires requires { typename Table::MdbkKapsaRpbCommandEntry; }
+void forEachFieldClass(Visit&& visit) {
+  visit.template operator()<typename Table::MdbkKapsaRpbCommandEntry>("MdbkKapsaRpbCommandEntry");
+  visit.template operator()<typename Table::MdbkKapsaRpbEntry>("MdbkKapsaRpbEntry");
+  visit.template operator()<typename Table::MdbkKapsaRpbCompareReplyEntry>("MdbkKapsaRpbCompareReplyEntry");
+  visit.template operator()<typename Table::MdbkKapsaRpbReadReplyEntry>("MdbkKapsaRpbReadReplyEntry");
+}
+template <class Table, class Visit>
+  requires requires { typename Table::MdbkKapsbRpbCommandEntry; }
+void forEachFieldClass(Visit&& visit) {
+  visit.template operator()<typename Table::MdbkKapsbRpbCommandEntry>("MdbkKapsbRpbCommandEntry");
+  visit.template operator()<typename Table::MdbkKapsbRpbEntry>("MdbkKapsbRpbEntry");
+  visit.template operator()<typename Table::MdbkKapsbRpbCompareReplyEntry>("MdbkKapsbRpbCompareReplyEntry");
+  visit.template operator()<typename Table::MdbkKapsbRpbReadReplyEntry>("MdbkKapsbRpbReadReplyEntry");
+}
+
+// The message of the exception that the call throws, or "nothing was thrown".
+template <class Exception, class Call>
+std::string messageOf(Call call) {
+  try {
+    call();
+  } catch (Exception const& caught) {
+    return caught.what();
+  }
+  return "nothing was thrown";
+}
+
+}  // namespace TestSupport
