@@ -35,33 +35,28 @@ TEST(TraceList, HasNoRulesWhereItIsBlank) {
   }
 }
 
-struct Malformed {
-  char const* list;
-  char const* error;
-};
-
-class MalformedTraceList : public ::testing::TestWithParam<Malformed> {};
-
-TEST_P(MalformedTraceList, IsRefusedWithElementAndReason) {
-  auto const parsed = parseRules(GetParam().list);
-  EXPECT_EQ(parsed.error, GetParam().error);
-  EXPECT_THAT(parsed.rules, IsEmpty());
+TEST(TraceList, IsRefusedWithElementAndReasonWhereItIsMalformed) {
+  struct Malformed {
+    char const* list;
+    char const* error;
+  };
+  for (auto const& [list, error] :
+       {Malformed{"3", "element 1 \"3\": no channel/levels stands before it"},
+        Malformed{"A/0,,B/1", "element 2 \"\": it is empty"},
+        Malformed{"A/0,", "element 2 \"\": it is empty"},
+        Malformed{"A/0,/3", "element 2 \"/3\": no channel stands before the slash"},
+        Malformed{"A/16", "element 1 \"A/16\": \"16\" is not a level of 0 to 15"},
+        Malformed{"A/", "element 1 \"A/\": \"\" is not a level of 0 to 15"},
+        Malformed{"A/all", "element 1 \"A/all\": \"all\" is not a level of 0 to 15"},
+        Malformed{"A/2x", "element 1 \"A/2x\": \"2x\" is not a level of 0 to 15"},
+        Malformed{"A/-3", "element 1 \"A/-3\": \"\" is not a level of 0 to 15"},
+        Malformed{"A/99999999999", "element 1 \"A/99999999999\": \"99999999999\" is not a level of 0 to 15"},
+        Malformed{"A/0,B/5-3", "element 2 \"B/5-3\": the range \"5-3\" runs downwards"}}) {
+    auto const parsed = parseRules(list);
+    EXPECT_EQ(parsed.error, error);
+    EXPECT_THAT(parsed.rules, IsEmpty());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    All, MalformedTraceList,
-    ::testing::Values(Malformed{"3", "element 1 \"3\": no channel/levels stands before it"},
-                      Malformed{"A/0,,B/1", "element 2 \"\": it is empty"},
-                      Malformed{"A/0,", "element 2 \"\": it is empty"},
-                      Malformed{"A/0,/3", "element 2 \"/3\": no channel stands before the slash"},
-                      Malformed{"A/16", "element 1 \"A/16\": \"16\" is not a level of 0 to 15"},
-                      Malformed{"A/", "element 1 \"A/\": \"\" is not a level of 0 to 15"},
-                      Malformed{"A/all", "element 1 \"A/all\": \"all\" is not a level of 0 to 15"},
-                      Malformed{"A/2x", "element 1 \"A/2x\": \"2x\" is not a level of 0 to 15"},
-                      Malformed{"A/-3", "element 1 \"A/-3\": \"\" is not a level of 0 to 15"},
-                      Malformed{"A/99999999999",
-                                "element 1 \"A/99999999999\": \"99999999999\" is not a level of 0 to 15"},
-                      Malformed{"A/0,B/5-3", "element 2 \"B/5-3\": the range \"5-3\" runs downwards"}));
 
 TEST(TraceMask, IsOneCellForAllHandlesOfAName) {
   Orlo::TraceHandle const unit("MaskShared", false);

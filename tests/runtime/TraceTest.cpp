@@ -7,6 +7,7 @@
 
 #include <array>
 #include <csignal>
+#include <latch>
 #include <regex>
 #include <thread>
 
@@ -177,11 +178,13 @@ TEST(TraceLine, ShowsThePidOfAForkedChild) {
       << child.writes[1];
 }
 
-constexpr int kLinesOfAThread = 500;
+constexpr int kLinesOfAThread = 2000;
 
 void traceFromTwoThreads() {
   Orlo::TraceHandle const handle("Threads", false);
+  std::latch start(2);
   auto const traceAll = [&](char name) {
+    start.arrive_and_wait();
     for (int i = 0; i < kLinesOfAThread; ++i) {
       DOVEL_TRACE(handle, 0, "", "{} {}", i, std::string(static_cast<std::size_t>(i % 97), name));
     }
