@@ -32,7 +32,7 @@ void nodeMemoryFree(void* memory) {
   if constexpr (fitsSlab<T>) {
     KilnSlab::slabFree(memory, typeid(T));
   } else {
-    ::operator delete(memory, sizeof(T), std::align_val_t(alignof(T)));
+    ::operator delete(memory, std::align_val_t(alignof(T)));
   }
 }
 

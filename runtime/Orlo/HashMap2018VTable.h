@@ -89,8 +89,8 @@ struct HashMap2018VTable::Impl {
     return order < 0 ? -1 : order > 0 ? 1 : 0;
   }
 
-  static Header* newBucketAssemble(HashMap2018VTable const& vtable, std::uint32_t count) {
-    Header* const header = trivialNewBucketAssemble(vtable, count);
+  static Header* newBucketAssemble(HashMap2018VTable const& table, std::uint32_t count) {
+    Header* const header = trivialNewBucketAssemble(table, count);
     AllocTrackTypeInfo::trackArrayAllocation(&Node::memAllocationTracker_, typeid(Node), sizeof(Node),
                                              alignof(Node), count);
     return header;

@@ -1,0 +1,34 @@
+#include "platform/switch/Sluice/SchanCmd.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "runtime/Dovel/Format.h"
+
+namespace Sluice {
+
+static_assert(offsetof(schan_xmsg_user_, responseRequested) == 28);
+static_assert(offsetof(schan_xmsg_user_, data) == 40);
+
+void SchanCmdBase::fillCmdIntoBuf(std::span<std::uint32_t> buf) {
+  DOVEL_ASSERT(buf.size() == dwc_write(), "Sluice::SchanCmdBase", "a command of {} words for a buffer of {}",
+               dwc_write(), buf.size());
+  fillCmd(buf);
+}
+
+void SchanCmdBase::readRespFromBuf(std::span<std::uint32_t const> buf) {
+  DOVEL_ASSERT(buf.size() == dwc_read(), "Sluice::SchanCmdBase", "an answer of {} words in a buffer of {}",
+               dwc_read(), buf.size());
+  readResp(buf);
+}
+
+void SchanCmdBase::fillCmdletHeader(schan_xmsg_user_* message, std::uint32_t opcode, std::uint32_t location,
+                                    std::uint32_t block, std::uint32_t length) {
+  std::memset(message, 0, offsetof(schan_xmsg_user_, data));
+  message->opcode = opcode;
+  message->location = location;
+  message->block = block;
+  message->length = length;
+}
+
+}  // namespace Sluice

@@ -1,0 +1,46 @@
+// Lists of commands. A null Ptr<SchanCmds> means that there is nothing to do, which is not the same as an
+// empty list. A list belongs to one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "platform/switch/Sluice/SchanCmd.h"
+#include "runtime/Dovel/PtrIs.h"
+
+namespace Sluice {
+
+// First in, first out.
+class SchanCmds : public Dovel::Tracked<SchanCmds> {
+ public:
+  ~SchanCmds() override;
+
+  void cmdEnq(Dovel::Ptr<SchanCmd> const& cmd);
+  // Removes the oldest command; null when the list is empty.
+  Dovel::Ptr<SchanCmd> cmdDeq();
+  // Moves all commands of another list to the end of this one, in their order.
+  void cmdsEnq(SchanCmds& source);
+
+  std::size_t size() const { return cmds_.size() - oldest_; }
+  bool empty() const { return size() == 0; }
+
+ private:
+  std::vector<Dovel::Ptr<SchanCmd>> cmds_;
+  std::size_t oldest_ = 0;  // those before it were taken out
+};
+
+Dovel::Ptr<SchanCmds> schanCmdsFactory();
+
+// Groups of command lists, for the audit of a table.
+class SchanCmdBatches : public Dovel::Tracked<SchanCmdBatches> {
+ public:
+  ~SchanCmdBatches() override;
+
+  void batchIs(Dovel::Ptr<SchanCmds> const& batch) { batches_.push_back(batch); }
+  std::vector<Dovel::Ptr<SchanCmds>> const& batches() const { return batches_; }
+
+ private:
+  std::vector<Dovel::Ptr<SchanCmds>> batches_;
+};
+
+}  // namespace Sluice

@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "platform/switch/DmaMemPoolManager/DmaMemPool.h"
+#include "runtime/Dovel/Exception.h"
+
+namespace {
+
+using Dovel::Ptr;
+using Pool = DmaMemPoolManager::DmaMemPoolManager;
+using Buffer = DmaMemPoolManager::DmaMemPoolBuffer;
+using DmaMemPoolManager::dmaMemPoolBufferFactory;
+using DmaMemPoolManager::localMemPoolFactory;
+
+constexpr std::uint64_t kDmaStart = 0x100000000;
+
+TEST(DmaMemPool, AlwaysGivesAnObjectThatTellsWhetherItHoldsMemory) {
+  Ptr<Pool> const pool = localMemPoolFactory("download", 4096, 1, kDmaStart);
+  Ptr<Buffer> const buffer = dmaMemPoolBufferFactory(pool);
+  EXPECT_TRUE(buffer->valid());
+  EXPECT_EQ(buffer->name(), "download");
+  EXPECT_EQ(buffer->bufSize(), 4096U);
+  Ptr<Buffer> const none = dmaMemPoolBufferFactory(pool);
+  ASSERT_NE(none, nullptr);
+  EXPECT_FALSE(none->valid());
+  EXPECT_EQ(none->va(), nullptr);
+  EXPECT_EQ(none->bufSize(), 0U);
+  EXPECT_FALSE(dmaMemPoolBufferFactory(nullptr)->valid());
+}
+
+TEST(DmaMemPool, ABufferGoesBackWithItsLastReferenceAndKeepsThePoolAlive) {
+  Ptr<Pool> pool = localMemPoolFactory("download", 64, 1, kDmaStart);
+  Ptr<Buffer> buffer = dmaMemPoolBufferFactory(pool);
+  buffer = nullptr;
+  buffer = dmaMemPoolBufferFactory(pool);
+  EXPECT_TRUE(buffer->valid());
+  pool = nullptr;
+  std::memset(buffer->va(), 1, buffer->bufSize());
+}
+
+TEST(DmaMemPool, BuffersLieApartInBothAddressSpaces) {
+  Ptr<Pool> const pool = localMemPoolFactory("download", 64, 3, kDmaStart);
+  std::vector<Ptr<Buffer>> held;
+  for (unsigned number = 0; number < 3; ++number) {
+    held.push_back(dmaMemPoolBufferFactory(pool));
+    std::memset(held.back()->va(), static_cast<int>(number), 64);
+  }
+  for (unsigned number = 0; number < 3; ++number) {
+    EXPECT_EQ(held[number]->dmaAddrInfo().dmaAddress, kDmaStart + number * 64);
+    EXPECT_EQ(held[number]->va()[0], number);
+    EXPECT_EQ(held[number]->va()[63], number);
+  }
+}
+
+TEST(DmaMemPool, TheCursorMovesWithTheBytesWritten) {
+  Ptr<Buffer> const buffer = dmaMemPoolBufferFactory(localMemPoolFactory("download", 64, 1, kDmaStart));
+  EXPECT_EQ(buffer->vaCursor(), buffer->va());
+  buffer->incVaCursor(24);
+  buffer->incVaCursor(40);
+  EXPECT_EQ(buffer->vaCursor(), buffer->va() + 64);
+}
+
+TEST(DmaMemPoolDeathTest, ACursorPastTheEndEndsTheProcess) {
+  Ptr<Buffer> const buffer = dmaMemPoolBufferFactory(localMemPoolFactory("download", 64, 1, kDmaStart));
+  buffer->incVaCursor(60);
+  EXPECT_DEATH(buffer->incVaCursor(5), "5 bytes past position 60 of buffer download, which has 64");
+  EXPECT_DEATH(buffer->incVaCursor(~0ULL), "past position 60");
+}
+
+TEST(DmaMemPool, RefusesMoreMemoryThanThereIs) {
+  EXPECT_THROW(localMemPoolFactory("download", std::numeric_limits<std::size_t>::max(), 2, 0),
+               Dovel::MemoryResourceException);
+  EXPECT_THROW(localMemPoolFactory("download", std::size_t{1} << 60, 1, 0), Dovel::MemoryResourceException);
+}
+
+TEST(DmaMemPool, TheAddressRecordPrintsItsFields) {
+  EXPECT_EQ(valueToStrep(DmaMemPoolManager::DmaAddrInfo{0x1000, 0x2000, 64, true}),
+            "dma 0x1000 va 0x2000 size 64 valid");
+  EXPECT_EQ(fmt::format("{}", DmaMemPoolManager::DmaAddrInfo{}), "dma 0x0 va 0x0 size 0 invalid");
+}
+
+TEST(DmaMemPool, IsSharedByThreads) {
+  Dovel::ThreadControl::tspIs();
+  Ptr<Pool> const pool = localMemPoolFactory("download", 64, 3, kDmaStart);
+  auto const use = [&](unsigned char mark) {
+    for (int round = 0; round < 5000; ++round) {
+      Ptr<Buffer> const buffer = dmaMemPoolBufferFactory(pool);
+      ASSERT_TRUE(buffer->valid());
+      std::memset(buffer->va(), mark, buffer->bufSize());
+      for (std::size_t at = 0; at < buffer->bufSize(); ++at) ASSERT_EQ(buffer->va()[at], mark);
+    }
+  };
+  std::thread one(use, 1);
+  std::thread two(use, 2);
+  one.join();
+  two.join();
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+#include <gtest/gtest.h>
+
+#include "platform/switch/LoamAsicUtils/TableManager.h"
+
+namespace {
+
+using Dovel::Ptr;
+using Hardware::Loam::FapRevision;
+using LoamAsicUtils::HwTableKey;
+using LoamAsicUtils::TableManager;
+
+struct Table : Dovel::Tracked<Table> {};
+
+TEST(TableManager, OwnsTablesByNameAndRevision) {
+  Ptr<TableManager> const manager = Dovel::ptrIsImpl<TableManager>(nullptr, nullptr, nullptr, nullptr);
+  HwTableKey const jericho("TcamHwDirect", FapRevision::fapRevJericho3A0());
+  HwTableKey const qumran("TcamHwDirect", FapRevision(Hardware::Loam::FapRevMajor::majorQumran3aA0));
+  Ptr<Dovel::Node> const table = Dovel::ptrIsImpl<Table>();
+  manager->tableIs(qumran, table);
+  EXPECT_EQ(manager->table(qumran), table);
+  EXPECT_EQ(manager->table(jericho), nullptr);
+  EXPECT_EQ(table->useCount(), 2U);
+  manager->tableDel(qumran);
+  EXPECT_EQ(manager->table(qumran), nullptr);
+  EXPECT_EQ(table->useCount(), 1U);
+}
+
+TEST(TableManager, HandsOutWhatTablesShare) {
+  auto const status = Dovel::ptrIsImpl<Hardware::Loam::Status>("status");
+  auto const cmdletStatus = Dovel::ptrIsImpl<Hardware::Loam::LoamCmdletRequiredStatus>("cmdlets");
+  auto const entities = Dovel::ptrIsImpl<Statebase::EntityManager>("switch1", false);
+  auto const pool = DmaMemPoolManager::localMemPoolFactory("download", 64, 1, 0);
+  auto const manager = Dovel::ptrIsImpl<TableManager>(status, cmdletStatus, entities, pool);
+  EXPECT_EQ(manager->loamStatus(), status);
+  EXPECT_EQ(manager->loamCmdletRequiredStatus()->name(), "cmdlets");
+  EXPECT_EQ(manager->entityManager()->systemName(), "switch1");
+  EXPECT_FALSE(manager->entityManager()->readOnly());
+  EXPECT_EQ(manager->dmaMemPoolManager(), pool);
+}
+
+}  // namespace
