@@ -135,8 +135,9 @@ TEST_F(FastLogTest, TooLongAMessageIsCutAndMarked) {
   FASTLOG(&handle, "{}", std::string(878, 'z'));
   FASTLOG(&handle, "{:s}{:d}", std::string(876, 'z'), 7);
   FASTLOG(&handle, "after");
+  FASTLOG(&handle, "{}", std::string(879, 'w'));
   DecodedLog const log = decode(path_);
-  ASSERT_EQ(log.messages.size(), 4U);
+  ASSERT_EQ(log.messages.size(), 5U);
   EXPECT_TRUE(log.messages[0].cut);
   EXPECT_EQ(log.messages[0].text, std::string(878, 'y') + " then <cut>");
   EXPECT_FALSE(log.messages[1].cut);
@@ -144,6 +145,8 @@ TEST_F(FastLogTest, TooLongAMessageIsCutAndMarked) {
   EXPECT_TRUE(log.messages[2].cut);
   EXPECT_THAT(log.messages[2].text, testing::HasSubstr("not formatted"));
   EXPECT_EQ(log.messages[3].text, "after");
+  EXPECT_TRUE(log.messages[4].cut);
+  EXPECT_EQ(log.messages[4].text, std::string(878, 'w'));
 }
 
 TEST_F(FastLogTest, OneSiteLogsToSeveralFilesAndAFileMadeLaterKnowsIt) {
