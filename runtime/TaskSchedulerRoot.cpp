@@ -210,12 +210,13 @@ bool TaskSchedulerRoot::runDescriptors(int waitMilliseconds) {
   DOVEL_ASSERT(count >= 0 || errno == EINTR, kClass, "the scheduler cannot wait: {}", std::strerror(errno));
   bool busy = false;
   for (int i = 0; i < count; ++i) {
-    if (events[i].data.u64 == kWakeUp) {
+    Id const id = events[i].data.u64;  // a copy: the kernel's structure is packed
+    if (id == kWakeUp) {
       std::uint64_t wakes;
       [[maybe_unused]] ssize_t const drained = ::read(wakeUp_, &wakes, sizeof wakes);
       continue;
     }
-    auto const found = descriptors_.find(events[i].data.u64);
+    auto const found = descriptors_.find(id);
     if (found == descriptors_.end()) continue;  // removed by a callback of this turn
     auto const descriptor = found->second;
     guarded("descriptor callback", [&] { descriptor->callback(readinessOf(events[i].events)); });

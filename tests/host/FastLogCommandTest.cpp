@@ -35,7 +35,7 @@ TEST_F(FastLogCommandTest, PrintsOneLineAMessageAndASummaryToStandardError) {
 }
 
 TEST_F(FastLogCommandTest, TellsWhatWasLostAndWhatWasCut) {
-  FastLog::TraceHandle handle(path_, {.cells = 16, .descriptorBytes = 1024});
+  FastLog::TraceHandle handle(path_, {.cells = 16, .descriptorBytes = 65536});
   for (int i = 0; i < 100; ++i) FASTLOG(&handle, "number {}", i);
   Outcome const overwritten = runShell("HWTABLES fastlog " + path_);
   EXPECT_THAT(overwritten.err, HasSubstr(", 84 overwritten by newer ones\n"));

@@ -27,7 +27,7 @@ std::string refusal(std::string const& path) {
 class FastLogDecoderTest : public testing::Test {
  protected:
   FastLogDecoderTest() {
-    FastLog::TraceHandle handle(path_, {.cells = 64, .descriptorBytes = 1024});
+    FastLog::TraceHandle handle(path_, {.cells = 64, .descriptorBytes = 65536});
     for (int i = 0; i < 100; ++i) FASTLOG(&handle, "number {} of {:>5}", i, "many");
     std::ifstream in(path_, std::ios::binary);
     content_.assign(std::istreambuf_iterator<char>(in), {});

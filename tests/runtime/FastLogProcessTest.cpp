@@ -122,7 +122,7 @@ TEST(FastLogProcess, KilledWriterLeavesWholeMessagesUpToItsEnd) {
   std::string const path = dir.file("a.fastlog");
   Progress const done;
   pid_t const pid = forked([&] {
-    FastLog::TraceHandle handle(path, {.cells = 8192, .descriptorBytes = 4096});
+    FastLog::TraceHandle handle(path, {.cells = 8192, .descriptorBytes = 65536});
     auto const writer = [&](std::size_t thread) {
       for (std::uint64_t i = 0;; ++i) {
         SelfCheck::log(&handle, thread, i);

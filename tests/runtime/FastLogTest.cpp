@@ -105,7 +105,7 @@ TEST_F(FastLogTest, StepsOfASiteCanBeWrittenOut) {
 
 TEST_F(FastLogTest, FullRingKeepsTheNewestAndCountsTheRest) {
   constexpr int kMessages = 1000;
-  TraceHandle handle(path_, {.cells = 64, .descriptorBytes = 4096});
+  TraceHandle handle(path_, {.cells = 64, .descriptorBytes = 65536});
   for (int i = 0; i < kMessages; ++i) FASTLOG(&handle, "number {}", i);
   DecodedLog const log = decode(path_);
   ASSERT_EQ(log.messages.size(), 64U);
@@ -117,7 +117,7 @@ TEST_F(FastLogTest, FullRingKeepsTheNewestAndCountsTheRest) {
 }
 
 TEST_F(FastLogTest, MessageOverTheEndOfTheRingIsWholeAndOneHalfOverwrittenIsNotTorn) {
-  TraceHandle handle(path_, {.cells = 32, .descriptorBytes = 4096});
+  TraceHandle handle(path_, {.cells = 32, .descriptorBytes = 65536});
   std::string const text(200, 'x');  // four cells of payload and a half: 5 cells
   for (int i = 0; i < 20; ++i) FASTLOG(&handle, "{} {}", i, text);
   DecodedLog const log = decode(path_);
@@ -171,12 +171,12 @@ TEST_F(FastLogTest, MessageOfASiteThatFoundNoRoomIsKeptWithoutText) {
 }
 
 TEST_F(FastLogTest, CellThatAStoppedWriterHoldsIsLeftAloneAndCountedAsTorn) {
-  TraceHandle handle(path_, {.cells = 16, .descriptorBytes = 4096});
+  TraceHandle handle(path_, {.cells = 16, .descriptorBytes = 65536});
   auto const log = [&handle](int number) { FASTLOG(&handle, "number {}", number); };
   for (int i = 0; i < 17; ++i) log(i);  // the next goes to cell 1
   int const fd = ::open(path_.c_str(), O_RDWR);
   std::uint64_t const stopped = FastLog::Tag{2, 0, 1}.word() | FastLog::Tag::kWriting;
-  auto const cellOffset = static_cast<off_t>(FastLog::kHeaderBytes + 4096 + sizeof(FastLog::Cell));
+  auto const cellOffset = static_cast<off_t>(FastLog::kHeaderBytes + 65536 + sizeof(FastLog::Cell));
   ASSERT_EQ(::pwrite(fd, &stopped, sizeof stopped, cellOffset), ssize_t{sizeof stopped});
   log(17);
   log(18);

@@ -32,7 +32,7 @@ void checkOrder(FastLog::DecodedLog const& log) {
 TEST(FastLogThreads, MessagesOfManyThreadsAreWholeWhileTheyAreWrittenAndAfterwards) {
   TempDir const dir;
   std::string const path = dir.file("a.fastlog");
-  FastLog::TraceHandle handle(path, {.cells = 1024, .descriptorBytes = 4096});
+  FastLog::TraceHandle handle(path, {.cells = 1024, .descriptorBytes = 65536});
   std::atomic<std::uint64_t> running = kThreads;
   std::vector<std::thread> threads;
   for (std::uint64_t thread = 0; thread < kThreads; ++thread) {
