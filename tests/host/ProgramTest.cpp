@@ -1,0 +1,40 @@
+#include <gmock/gmock.h>
+
+#include "tests/host/Program.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TEST(Program, VersionAndHelpGoToStandardOutput) {
+  Outcome const version = runShell("HWTABLES --version");
+  EXPECT_EQ(version.exitCode, 0);
+  EXPECT_THAT(version.out, testing::MatchesRegex("hwtables [0-9]+[.][0-9]+[.][0-9]+\n"));
+  Outcome const help = runShell("HWTABLES --help");
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_THAT(help.out, HasSubstr("fastlog"));
+  EXPECT_EQ(help.err, "");
+}
+
+TEST(Program, UsageErrorsExitWithTwoAndSayWhatIsWrong) {
+  EXPECT_EQ(runShell("HWTABLES").exitCode, 2);
+  Outcome const unknown = runShell("HWTABLES fastlgo");
+  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(unknown.out, "");
+  EXPECT_THAT(unknown.err, StartsWith("hwtables: not understood: fastlgo\n"));
+  Outcome const missing = runShell("HWTABLES fastlog");
+  EXPECT_EQ(missing.exitCode, 2);
+  EXPECT_THAT(missing.err, StartsWith("FILE is required\n"));
+  EXPECT_EQ(runShell("HWTABLES fastlog a b").exitCode, 2);
+  EXPECT_EQ(runShell("HWTABLES fastlog --bad a").exitCode, 2);
+}
+
+TEST(Program, HelpThatCannotBeWrittenIsAFailure) {
+  Outcome const full = runShell("HWTABLES --help >/dev/full");
+  EXPECT_EQ(full.exitCode, 1);
+  EXPECT_THAT(full.err, HasSubstr("cannot write to standard output"));
+  EXPECT_EQ(runShell("HWTABLES --help >&-").exitCode, 1);
+}
+
+}  // namespace
