@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <iostream>
 
+#include "host/CatalogueCommand.h"
 #include "host/FastLogCommand.h"
 #include "host/Output.h"
 
@@ -38,6 +39,7 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::simple);
   int exitCode = 0;
+  Host::addCatalogueCommand(app, exitCode);
   Host::addFastLogCommand(app, exitCode);
   try {
     app.parse(argc, argv);
