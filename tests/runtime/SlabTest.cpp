@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "runtime/KilnSlab/KilnSlab.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
@@ -49,10 +51,8 @@ TEST(Slab, EveryCellSizeHoldsItsRequest) {
 }
 
 TEST(Slab, LiveCellsNeverOverlap) {
-  unsigned const seed = std::random_device()();
-  RecordProperty("seed", std::to_string(seed));
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  PRINT_SEED_ON_FAILURE();
+  std::mt19937_64 random(TestSupport::seed());
   std::vector<Cell> held;
   for (int step = 0; step < 20000; ++step) {
     if (held.size() < 500 || random() % 2 == 0) {
@@ -176,7 +176,7 @@ TEST(SlabDeathTest, FreeingForeignMemoryNamesItsTypeAndEndsTheProcess) {
   EXPECT_DEATH(slabFree(foreign, typeid(Cell)), "a .*Cell.*, which is not slab memory");
 }
 
-#if !defined(__SANITIZE_THREAD__)
+#if !HWTABLES_TSAN  // it needs more address space than the limit leaves
 // Runs in a child made by exec, whose slab is untouched, under a limit that no reservation fits.
 TEST(Slab, WorksOnMallocWhereNoRangeCanBeReserved) {
   if (std::getenv("SLAB_TEST_LIMITED") != nullptr) {

@@ -2,13 +2,9 @@
 // Sanitizers put calls of their own between the instructions, so their builds have no such test.
 #include <gtest/gtest.h>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define HWTABLES_NO_STEPPING 1
-#endif
-#endif
-#if defined(__x86_64__) && !defined(HWTABLES_NO_STEPPING) && !defined(__SANITIZE_ADDRESS__) && \
-    !defined(__SANITIZE_THREAD__)
+#include "tests/support/Sanitizers.h"
+
+#if defined(__x86_64__) && !HWTABLES_ASAN && !HWTABLES_TSAN
 
 #include <sys/ptrace.h>
 #include <sys/user.h>
