@@ -35,9 +35,15 @@ void addNames(std::vector<std::string>& lines, TableDescription const& table) {
   lines.push_back(fmt::format("  row         {} bytes, {} bits{}", table.entryDataMaxSize,
                               table.entryDataMaxSizeBits(), table.hasParitySupport ? ", with parity" : ""));
   for (auto const& member : table.key) {
-    lines.push_back(fmt::format("  {:<11} {:<22} {:<7} {}..{}", &member == &table.key.front() ? "key" : "",
-                                member.name, member.type, member.min, member.max));
+    lines.push_back(fmt::format("  {:<11} {:<22} {:<7} {}..{}{}", &member == &table.key.front() ? "key" : "",
+                                member.name, member.type, member.min, member.max,
+                                member.name == "value" ? fmt::format(", {} names no row", member.max) : ""));
   }
+}
+
+std::string arraysText(LoamAsicUtils::MemoryDescription const& memory) {
+  if (memory.arrayCount == 1) return fmt::format("array {}", memory.firstArray);
+  return fmt::format("each of arrays {}..{}", memory.firstArray, memory.firstArray + memory.arrayCount - 1);
 }
 
 void addMemories(std::vector<std::string>& lines, TableDescription const& table) {
@@ -46,9 +52,8 @@ void addMemories(std::vector<std::string>& lines, TableDescription const& table)
                                    memory.block, memory.address);
     if (memory.physicalTableId) line += fmt::format(", physical table {}", *memory.physicalTableId);
     lines.push_back(std::move(line));
-    lines.push_back(fmt::format("  {:<11} {} rows from {}, arrays {}..{}", "", memory.entryCount,
-                                memory.firstEntry, memory.firstArray,
-                                memory.firstArray + memory.arrayCount - 1));
+    lines.push_back(fmt::format("  {:<11} rows {}..{} of {}", "", memory.firstEntry,
+                                memory.firstEntry + memory.entryCount - 1, arraysText(memory)));
   }
 }
 

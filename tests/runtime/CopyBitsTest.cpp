@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
+#include <vector>
 
 #include "runtime/Detail/BitRange.h"
 #include "tests/support/Seed.h"
@@ -48,42 +48,55 @@ TEST(CopyBits, EndsTheProcessWhereARangeLeavesItsBuffer) {
   EXPECT_DEATH(Detail::copyBits(target.data(), 24, source.data(), 24, 9, 0, 184), "affirm failed");
 }
 
-template <unsigned Low, unsigned High, std::size_t Size>
-void expectLikeCopyBits() {
-  std::mt19937_64 random(TestSupport::seed());
-  using Range = Detail::BitRange<Low, High, Size>;
+// A range without its type, so that the check is compiled once.
+struct AnyRange {
+  unsigned low;
+  unsigned width;
+  std::size_t size;
+  std::uint64_t (*get)(std::uint8_t const*);
+  void (*set)(std::uint8_t*, std::uint64_t);
+};
+
+void expectLikeCopyBits(AnyRange const& range, std::mt19937_64& random) {
   for (int round = 0; round < 200; ++round) {
     Buffer bytes = randomBuffer(random);
     Buffer expected = bytes;
     std::uint64_t const value = random();
-    Detail::copyBits(expected.data(), Size, &value, sizeof value, High - Low + 1, Low, 0);
-    Range::set(bytes.data(), value);
-    ASSERT_EQ(bytes, expected) << "set " << Low << ".." << High << " of " << Size;
+    Detail::copyBits(expected.data(), range.size, &value, sizeof value, range.width, range.low, 0);
+    range.set(bytes.data(), value);
+    ASSERT_EQ(bytes, expected) << "set " << range.width << " bits from " << range.low << " of " << range.size;
     std::uint64_t read = 0;
-    Detail::copyBits(&read, sizeof read, bytes.data(), Size, High - Low + 1, 0, Low);
-    ASSERT_EQ(Range::get(bytes.data()), read) << "get " << Low << ".." << High << " of " << Size;
+    Detail::copyBits(&read, sizeof read, bytes.data(), range.size, range.width, 0, range.low);
+    ASSERT_EQ(range.get(bytes.data()), read)
+        << range.width << " bits from " << range.low << " of " << range.size;
   }
 }
 
+// The ranges of every width from 1 to 64 that start at Low and lie within Size bytes.
 template <unsigned Low, std::size_t Size, unsigned... Offsets>
-void expectAllHighs(std::integer_sequence<unsigned, Offsets...>) {
-  (
-      [] {
-        if constexpr ((Low + Offsets) / 8 < Size) expectLikeCopyBits<Low, Low + Offsets, Size>();
-      }(),
-      ...);
+void addRanges(std::vector<AnyRange>& ranges, std::integer_sequence<unsigned, Offsets...>) {
+  auto const add = [&ranges]<unsigned Offset>() {
+    if constexpr ((Low + Offset) / 8 < Size) {
+      using Range = Detail::BitRange<Low, Low + Offset, Size>;
+      ranges.push_back({Low, Offset + 1, Size, Range::get, Range::set});
+    }
+  };
+  (add.template operator()<Offsets>(), ...);
 }
 
 TEST(BitRange, EqualsCopyBitsForEveryWidthAndOffset) {
   PRINT_SEED_ON_FAILURE();
-  auto const widths = std::make_integer_sequence<unsigned, 64>();
-  expectAllHighs<0, 12>(widths);
-  expectAllHighs<1, 12>(widths);
-  expectAllHighs<3, 15>(widths);
-  expectAllHighs<7, 12>(widths);
-  expectAllHighs<29, 15>(widths);
-  expectAllHighs<58, 15>(widths);
-  expectAllHighs<21, 4>(widths);
+  std::mt19937_64 random(TestSupport::seed());
+  auto const offsets = std::make_integer_sequence<unsigned, 64>();
+  std::vector<AnyRange> ranges;
+  addRanges<0, 12>(ranges, offsets);
+  addRanges<1, 12>(ranges, offsets);
+  addRanges<3, 15>(ranges, offsets);
+  addRanges<7, 12>(ranges, offsets);
+  addRanges<29, 15>(ranges, offsets);
+  addRanges<58, 15>(ranges, offsets);
+  addRanges<21, 4>(ranges, offsets);
+  for (AnyRange const& range : ranges) expectLikeCopyBits(range, random);
 }
 
 }  // namespace
