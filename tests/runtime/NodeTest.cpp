@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <latch>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "runtime/Dovel/PtrIs.h"
+#include "tests/support/Sanitizers.h"
 
 namespace {
 
@@ -166,6 +168,15 @@ struct Thrower : Dovel::Tracked<Thrower> {
 TEST(NodeDeathTest, AnExceptionInADestructorEndsTheProcess) {
   EXPECT_DEATH(ptrIsImpl<Thrower>(), "too late");
 }
+
+#if HWTABLES_ASAN
+TEST(NodeDeathTest, AUseAfterTheLastOneIsFoundByTheAddressSanitizer) {
+  Ptr<Leaf> leaf = ptrIsImpl<Leaf>(1);
+  double const* const weight = leaf->weight;
+  leaf = nullptr;
+  EXPECT_DEATH(std::_Exit(*weight > 0 ? 1 : 0), "heap-use-after-free");
+}
+#endif
 
 AllocTrackTypeInfo const* trackerOf(std::string_view part) {
   for (AllocTrackTypeInfo const* tracker : AllocTrackTypeInfo::trackers())

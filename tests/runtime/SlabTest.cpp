@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "runtime/KilnSlab/KilnSlab.h"
+#include "tests/runtime/ChildProcess.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Seed.h"
 
@@ -177,27 +176,21 @@ TEST(SlabDeathTest, FreeingForeignMemoryNamesItsTypeAndEndsTheProcess) {
 }
 
 #if !HWTABLES_TSAN  // it needs more address space than the limit leaves
-// Runs in a child made by exec, whose slab is untouched, under a limit that no reservation fits.
+// A process whose slab is untouched, under a limit that no reservation fits.
+void useSlabWithoutRange() {
+  rlimit const limit{60 << 20, 60 << 20};
+  if (::setrlimit(RLIMIT_AS, &limit) != 0) std::_Exit(1);
+  std::vector<void*> cells(1000);
+  for (void*& cell : cells) cell = slabAlloc(64, 7);
+  for (void* cell : cells) {
+    if (isSlabMemory(cell)) std::_Exit(2);
+    slabFree(cell, typeid(char));
+  }
+}
+TestSupport::ChildRole const useSlabWithoutRangeRole("useSlabWithoutRange", useSlabWithoutRange);
+
 TEST(Slab, WorksOnMallocWhereNoRangeCanBeReserved) {
-  if (std::getenv("SLAB_TEST_LIMITED") != nullptr) {
-    rlimit const limit{60 << 20, 60 << 20};
-    ASSERT_EQ(::setrlimit(RLIMIT_AS, &limit), 0);
-    std::vector<void*> cells(1000);
-    for (void*& cell : cells) cell = slabAlloc(64, 7);
-    EXPECT_FALSE(isSlabMemory(cells[0]));
-    for (void* cell : cells) slabFree(cell, typeid(char));
-    return;
-  }
-  pid_t const child = ::fork();
-  if (child == 0) {
-    ::setenv("SLAB_TEST_LIMITED", "1", 1);
-    ::execl("/proc/self/exe", "test", "--gtest_filter=Slab.WorksOnMallocWhereNoRangeCanBeReserved",
-            static_cast<char*>(nullptr));
-    ::_exit(99);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(TestSupport::runChild("useSlabWithoutRange").exitCode, 0);
 }
 #endif
 

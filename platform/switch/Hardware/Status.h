@@ -8,37 +8,36 @@
 
 namespace Hardware::Loam {
 
-// What command factories consult.
-class Status : public Dovel::Tracked<Status> {
+// A record that traces can name.
+template <class Record>
+class NamedRecord : public Dovel::Tracked<Record> {
  public:
-  explicit Status(Dovel::String name) : name_(std::move(name)) {}
-  ~Status() override;
+  explicit NamedRecord(Dovel::String name) : name_(std::move(name)) {}
   Dovel::String const& name() const { return name_; }
 
  private:
   Dovel::String name_;
+};
+
+// What command factories consult.
+class Status : public NamedRecord<Status> {
+ public:
+  using NamedRecord::NamedRecord;
+  ~Status() override;
 };
 
 // The status of the modular database.
-class MdbStatus : public Dovel::Tracked<MdbStatus> {
+class MdbStatus : public NamedRecord<MdbStatus> {
  public:
-  explicit MdbStatus(Dovel::String name) : name_(std::move(name)) {}
+  using NamedRecord::NamedRecord;
   ~MdbStatus() override;
-  Dovel::String const& name() const { return name_; }
-
- private:
-  Dovel::String name_;
 };
 
 // What bulk memory commands need.
-class LoamCmdletRequiredStatus : public Dovel::Tracked<LoamCmdletRequiredStatus> {
+class LoamCmdletRequiredStatus : public NamedRecord<LoamCmdletRequiredStatus> {
  public:
-  explicit LoamCmdletRequiredStatus(Dovel::String name) : name_(std::move(name)) {}
+  using NamedRecord::NamedRecord;
   ~LoamCmdletRequiredStatus() override;
-  Dovel::String const& name() const { return name_; }
-
- private:
-  Dovel::String name_;
 };
 
 }  // namespace Hardware::Loam
