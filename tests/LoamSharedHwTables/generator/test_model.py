@@ -66,7 +66,7 @@ class TypeTest(unittest.TestCase):
 
     def test_cpp_names(self):
         self.assertEqual([fieldtypes.parse(name).cpp_type for name in ("U20", "8-bit", "64-bit", "bitmap")],
-                         ["U20", "std::uint8_t", "std::uint64_t", "Keel::PerUnitBitmap"])
+                         ["Orlo::U20", "std::uint8_t", "std::uint64_t", "Keel::PerUnitBitmap"])
 
 
 class RealTableTest(unittest.TestCase):
