@@ -1,5 +1,6 @@
 """Prints the manual of the format from the schema."""
 
+import json
 from textwrap import fill
 
 from . import rules
@@ -68,7 +69,7 @@ def _without(key: Key) -> str:
         return "refused"
     if key.default is None or isinstance(key.kind, Values):
         return "none"
-    return f'"{key.default}"' if isinstance(key.default, str) else str(key.default)
+    return json.dumps(key.default)
 
 
 def _rules() -> str:
