@@ -9,7 +9,7 @@ from .catalogue import Catalogue
 
 @dataclass(frozen=True)
 class KeyMember:
-    """`max` is the largest legal value of an array index or of a field's type; of a value key it is `null`."""
+    """`max` is the largest legal value of an array index or of a field; a value key has its `null` there."""
 
     is_pad: ClassVar[bool] = False
     name: str
