@@ -1,7 +1,6 @@
 // The row of an exact-match table: at once the software record and the image that goes to the chip. Its
 // layout is
-//     0..8 command | 9.. key, gap, payload, up to 144 vmv | 145..180 what the chip answers with, entry type,
-//     table id
+//     0..8 command | 9.. key, gap, payload, up to 144 vmv | 145..180 chip's answer, entry type, table id
 // and bits 9..144 are the image that flush rules and the bulk download work on. See EntryRecord.h for the
 // thread rule.
 #pragma once

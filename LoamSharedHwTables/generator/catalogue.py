@@ -85,17 +85,20 @@ class Catalogue:
         if target.data is None:
             del table["like"]
         elif "like" in target.data:
-            problems.add("like", name, f'a table that spells out its fields, this one is like "{target.data["like"]}"')
+            problems.add("like", name,
+                         f'a table that spells out its fields, this one is like "{target.data["like"]}"')
             del table["like"]
         elif target.data.get("family") != table.get("family"):
-            problems.add("like", name, f"a table of family {table.get('family')}, this one is {target.data.get('family')}")
+            problems.add("like", name,
+                         f"a table of family {table.get('family')}, this one is {target.data.get('family')}")
         else:
             self._check_inherited(file, target)
 
     @staticmethod
     def _check_inherited(file: TableFile, target: TableFile) -> None:
         size = file.data.get("entryDataMaxSize")
-        for field in target.field_list + [field for view in target.view_list for field in view.get("fields", [])]:
+        in_views = [field for view in target.view_list for field in view.get("fields", [])]
+        for field in target.field_list + in_views:
             if size is not None and "bits" in field and field["bits"][1] >= size * 8:
                 file.problems.add(f"like.{field.get('name')}.bits", field["bits"],
                                   f"bits 0 to {size * 8 - 1}, the entry has {size} bytes")

@@ -70,7 +70,8 @@ def _unit(options: argparse.Namespace) -> int:
         outputs.append(options.out / name)
         render.write_if_changed(outputs[-1], text)
     if options.depfile:
-        render.write_if_changed(options.depfile, render.depfile_text(outputs, render.inputs(catalogue, table)))
+        render.write_if_changed(options.depfile,
+                                render.depfile_text(outputs, render.inputs(catalogue, table)))
     return 0
 
 

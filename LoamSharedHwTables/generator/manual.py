@@ -11,9 +11,9 @@ _WIDTH = 120
 _OPENING = """\
 # The table catalogue
 
-A table of the chip is data: `LoamSharedHwTables/Qumran3a/<Table>.toml` is the one place where its names, constants, key,
-chip memories, presets and bit ranges stand. The build makes `<Table>.h` and `<Table>.cpp` of it. `Chip.toml` beside the
-tables lists them in catalogue order.
+A table of the chip is data: `LoamSharedHwTables/Qumran3a/<Table>.toml` is the one place where its names,
+constants, key, chip memories, presets and bit ranges stand. The build makes `<Table>.h` and `<Table>.cpp` of
+it. `Chip.toml` beside the tables lists them in catalogue order.
 
 This page is printed by the generator from the schema that checks the files; after a change of the schema run
 `PYTHONPATH=LoamSharedHwTables python3 -m generator manual > docs/catalogue-format.md`.
@@ -51,7 +51,8 @@ fields = [
 def text() -> str:
     sections = (("Chip.toml", CHIP), ("<Table>.toml", TABLE), ("`key`", KEY_MEMBER), ("`memories`", MEMORY),
                 ("`fields`", FIELD), ("`views`", VIEW))
-    return "\n".join([_OPENING, *(_section(title, section) for title, section in sections), _rules(), _EXAMPLE])
+    chapters = (_section(title, section) for title, section in sections)
+    return "\n".join([_OPENING, *chapters, _rules(), _EXAMPLE])
 
 
 def _section(title: str, section: Section) -> str:

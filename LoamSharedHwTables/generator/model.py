@@ -9,7 +9,7 @@ from .catalogue import Catalogue
 
 @dataclass(frozen=True)
 class KeyMember:
-    """`max` is the largest legal value of an array key's member or of a field's type; of a value key it is `null`."""
+    """`max` is the largest legal value of an array index or of a field; a value key has its `null` there."""
 
     is_pad: ClassVar[bool] = False
     name: str
@@ -23,8 +23,8 @@ class KeyMember:
 
 @dataclass(frozen=True)
 class Field:
-    """`low` and `high` are both inclusive; `view` is the view's class name; `max` and `storage_bytes` are None for a
-    bitmap. `order` counts through the whole table, over its views."""
+    """`low` and `high` are both inclusive; `view` is the view's class name; `max` and `storage_bytes` are
+    None for a bitmap. `order` counts through the whole table, over its views."""
 
     order: int
     view: str | None
@@ -80,9 +80,9 @@ class Memory:
 class Table:
     """`fields` are those of the entry itself, `all_fields` also those of the views, in catalogue order.
 
-    The key's struct is `key_layout`: its members with the padding between and after them. The entry's struct is the key,
-    `entry_data_max_size` bytes, in a table with views `view_padding` bytes and a 4-byte number, and `entry_padding`
-    bytes.
+    The key's struct is `key_layout`: its members with the padding between and after them. The entry's struct
+    is the key, `entry_data_max_size` bytes, in a table with views `view_padding` bytes and a 4-byte number,
+    and `entry_padding` bytes.
     """
 
     name: str
@@ -144,9 +144,10 @@ def build(catalogue: Catalogue, name: str) -> Table:
     record = layout.record(key, data["entryDataMaxSize"], bool(views))
     return Table(
         name=name, namespace=catalogue.namespace, order=catalogue.names.index(name), family=data["family"],
-        shape=rules.key_shape(data), chip_name=data["chipName"], group_name=data.get("groupName"), tag=data["tag"],
-        entry_data_max_size=data["entryDataMaxSize"], has_parity_support=data.get("hasParitySupport", False),
-        mdb_table_id=data.get("mdbTableId"), map_hash_constant=data.get("mapHashConstant"), like=data.get("like"),
+        shape=rules.key_shape(data), chip_name=data["chipName"], group_name=data.get("groupName"),
+        tag=data["tag"], like=data.get("like"), entry_data_max_size=data["entryDataMaxSize"],
+        has_parity_support=data.get("hasParitySupport", False),
+        mdb_table_id=data.get("mdbTableId"), map_hash_constant=data.get("mapHashConstant"),
         key=key, key_layout=record.key.parts, key_size=record.key.size, key_align=record.key.align,
         view_padding=record.view_padding, entry_padding=record.tail_padding, entry_size=record.size,
         fields=fields, views=views, presets=_presets(shared.get("presets", {}), fields),
@@ -156,14 +157,15 @@ def build(catalogue: Catalogue, name: str) -> Table:
 def _key_member(member: dict) -> KeyMember:
     parsed = fieldtypes.parse(member["type"])
     largest = member.get("max", member.get("null", (1 << parsed.width) - 1))
-    return KeyMember(member["name"], parsed.name, parsed.cpp_type, parsed.width, parsed.storage_bytes, largest,
-                     member.get("null"))
+    return KeyMember(member["name"], parsed.name, parsed.cpp_type, parsed.width, parsed.storage_bytes,
+                     largest, member.get("null"))
 
 
 def _fields(fields: list[dict], view: str | None, first: int) -> tuple[Field, ...]:
     types = [fieldtypes.parse(field["type"]) for field in fields]
     return tuple(Field(first + index, view, field["name"], parsed.name, parsed.cpp_type, *field["bits"],
-                       parsed.storage_bytes, field["whole"]) for index, (field, parsed) in enumerate(zip(fields, types)))
+                       parsed.storage_bytes, field["whole"])
+                 for index, (field, parsed) in enumerate(zip(fields, types)))
 
 
 def _views(views: list[dict]) -> tuple[View, ...]:

@@ -12,7 +12,8 @@ def shown(value: object) -> str:
     if isinstance(value, list):
         return "[" + ", ".join(shown(item) for item in value) + "]"
     if isinstance(value, dict):
-        return "{ " + ", ".join(f"{key} = {shown(item)}" for key, item in value.items()) + " }" if value else "{}"
+        items = ", ".join(f"{key} = {shown(item)}" for key, item in value.items())
+        return f"{{ {items} }}" if value else "{}"
     return str(value)
 
 

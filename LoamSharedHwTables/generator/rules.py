@@ -11,13 +11,13 @@ from .structure import item_path
 
 RULES = (
     "A range ends inside the entry, its low bit is at most its high bit, and its width is the type's.",
-    "Ranges may overlap: a wide field can be another reading of the bits of narrow ones, and two fields may share all"
-    " their bits.",
-    "A field's name stands once in a table, or once in a view, and is neither another field's setter nor a member that"
-    " all records have.",
-    "An array key is `arrayIndex` (8-bit) and `entryIndex` (32-bit), each with `max`; a value key is `value` (32-bit)"
-    " with `null`; a field key has fields of the table, of the same type. Direct tables have an array or a value key,"
-    " exact match tables a field key, the others a value key.",
+    "Ranges may overlap: a wide field can be another reading of the bits of narrow ones, and two fields may"
+    " share all their bits.",
+    "A field's name stands once in a table, or once in a view, and is neither another field's setter nor a"
+    " member that all records have.",
+    "An array key is `arrayIndex` (8-bit) and `entryIndex` (32-bit), each with `max`; a value key is"
+    " `value` (32-bit) with `null`; a field key has fields of the table, of the same type. Direct tables have"
+    " an array or a value key, exact match tables a field key, the others a value key.",
     "There are as many memories as `chipName` has names. Their names differ, their geometry is the same.",
     "A memory ends inside 32 bits of address, and its arrays inside 256.",
     "Outside the exact match family a memory has exactly the arrays and entries that the key can name.",
@@ -48,8 +48,10 @@ def check_key(table: dict, problems: Problems) -> None:
         return
     shape = key_shape(table)
     if shape is None:
-        shapes = [", ".join(f'"{member[0]}"' for member in SHAPES[each]) for each in FAMILY_SHAPES[table["family"]]]
-        problems.add("key", [member.get("name", "") for member in table["key"]], "the members " + " or ".join(shapes))
+        shapes = [", ".join(f'"{member[0]}"' for member in SHAPES[each])
+                  for each in FAMILY_SHAPES[table["family"]]]
+        problems.add("key", [member.get("name", "") for member in table["key"]],
+                     "the members " + " or ".join(shapes))
     elif shape == "fields":
         for index, member in enumerate(table["key"]):
             for bound in ("max", "null"):
@@ -126,7 +128,8 @@ def check_range(path: str, field: dict, size: int | None, problems: Problems) ->
         problems.add(f"{path}.bits", field["bits"], f"bits 0 to {size * 8 - 1}, the entry has {size} bytes")
     width = fieldtypes.parse(field["type"]).width if "type" in field else None
     if width is not None and width != high - low + 1:
-        problems.add(f"{path}.bits", field["bits"], f"{width} bits for type {field['type']}, not {high - low + 1};"
+        problems.add(f"{path}.bits", field["bits"],
+                     f"{width} bits for type {field['type']}, not {high - low + 1};"
                      f" from bit {low} that is [{low}, {low + width - 1}]")
 
 
@@ -140,7 +143,8 @@ def check_presets(path: str, presets: dict, fields: list[dict], problems: Proble
         elif field_type is not None and field_type.is_bitmap:
             problems.add(here, value, "a field that is no bitmap")
         elif field_type is not None and value >= 1 << field_type.width:
-            problems.add(here, value, f"an integer, 0 to {(1 << field_type.width) - 1}, for type {field_type.name}")
+            problems.add(here, value,
+                         f"an integer, 0 to {(1 << field_type.width) - 1}, for type {field_type.name}")
 
 
 def check_memories(table: dict, problems: Problems) -> None:
@@ -157,13 +161,15 @@ def check_memories(table: dict, problems: Problems) -> None:
             _check_against_key(here, memory, table, problems)
     names_in_chip = table.get("chipName", "").split(".")
     if memories and "chipName" in table and len(memories) != len(names_in_chip):
-        problems.add_text("memories", f"{len(memories)} memories", f"{len(names_in_chip)}, as many as chipName has names")
+        problems.add_text("memories", f"{len(memories)} memories",
+                          f"{len(names_in_chip)}, as many as chipName has names")
 
 
 def _check_extent(path: str, memory: dict, problems: Problems) -> None:
     if memory.get("address", 0) + memory.get("entryCount", 1) - 1 > WORD_MAX:
         problems.add(f"{path}.address", memory["address"],
-                     f"an integer, 0 to {WORD_MAX - memory['entryCount'] + 1} with {memory['entryCount']} entries")
+                     f"an integer, 0 to {WORD_MAX - memory['entryCount'] + 1}"
+                     f" with {memory['entryCount']} entries")
     if memory.get("firstArray", 0) + memory.get("arrayCount", 1) > 256:
         problems.add(f"{path}.firstArray", memory["firstArray"],
                      f"an integer, 0 to {256 - memory['arrayCount']} with {memory['arrayCount']} arrays")

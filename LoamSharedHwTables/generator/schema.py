@@ -89,7 +89,8 @@ class BitRange:
     number: Integer = Integer(0, 524279)
 
     def accepts(self, value: object) -> bool:
-        return isinstance(value, list) and len(value) == 2 and all(self.number.accepts(item) for item in value)
+        return (isinstance(value, list) and len(value) == 2
+                and all(self.number.accepts(item) for item in value))
 
 
 @dataclass(frozen=True)
@@ -104,7 +105,8 @@ class Values:
 @dataclass(frozen=True)
 class NameList:
     item_legal: str = names.CLASS_LEGAL
-    legal: str = "a list of one or more strings, each a capital letter, then letters, digits and single underscores"
+    legal: str = (
+        "a list of one or more strings, each a capital letter, then letters, digits and single underscores")
 
     def accepts(self, value: object) -> bool:
         return isinstance(value, list) and len(value) > 0 and all(ClassName().accepts(item) for item in value)
@@ -122,7 +124,9 @@ class ListOf:
         return isinstance(value, list) and len(value) > 0 and all(isinstance(item, dict) for item in value)
 
 
-Kind = Integer | Flag | Choice | Text | MemberName | ClassName | TypeName | BitRange | Values | NameList | ListOf
+Kind = (
+    Integer | Flag | Choice | Text | MemberName | ClassName | TypeName | BitRange | Values | NameList
+    | ListOf)
 
 
 @dataclass(frozen=True)
@@ -156,43 +160,58 @@ _NAME = Text(r"[A-Za-z0-9_]+", "a string of letters, digits and underscores")
 CHIP = Section("chips", "What all tables share, and which tables there are.", (
     Key("namespace", MemberName(), "C++ namespace of the units; also the chip's name."),
     Key("chipType", Integer(0, WORD_MAX), "Chip type number that the units are registered under."),
-    Key("tables", NameList(), "The tables in catalogue order. Each has a file `<Table>.toml` beside this one."),
+    Key("tables", NameList(),
+        "The tables in catalogue order. Each has a file `<Table>.toml` beside this one."),
 ))
 
-KEY_MEMBER = Section("key members", "One member of the table's `EntryKey`. The members give the key its shape.", (
-    Key("name", MemberName(), "Name of the member: `arrayIndex` and `entryIndex` in an array key, `value` in a value"
+_KEY_MEMBER = "One member of the table's `EntryKey`. The members give the key its shape."
+
+KEY_MEMBER = Section("key members", _KEY_MEMBER, (
+    Key("name", MemberName(),
+        "Name of the member: `arrayIndex` and `entryIndex` in an array key, `value` in a value"
         " key, a field's name in a field key."),
     Key("type", TypeName(bitmap=False), "Type of the member. In a field key it is the field's type."),
-    Key("max", Integer(0, WORD_MAX - 1), "Array key only, required there: the largest legal value.", required=False),
-    Key("null", Integer(0, WORD_MAX), "Value key only, required there: the value that means no row. It is legal, and"
+    Key("max", Integer(0, WORD_MAX - 1), "Array key only, required there: the largest legal value.",
+        required=False),
+    Key("null", Integer(0, WORD_MAX),
+        "Value key only, required there: the value that means no row. It is legal, and"
         " one past the last row.", required=False),
 ))
 
-MEMORY = Section("memories", "One chip memory, register or physical database of the table. All memories of a table"
-                 " have the same geometry.", (
+_MEMORY = ("One chip memory, register or physical database of the table. All memories of a table have the"
+           " same geometry.")
+
+MEMORY = Section("memories", _MEMORY, (
     Key("name", _NAME, "Name that the descriptor stores. The memory's id is its place in the list."),
     Key("block", Integer(0, WORD_MAX), "Chip block, as commands number it."),
     Key("address", Integer(0, WORD_MAX), "Base address in the block, or the register's address."),
     Key("firstArray", Integer(0, 255), "The smallest array index.", required=False, default=0),
-    Key("arrayCount", Integer(1, 255), "How many arrays. In a table with an array key it is `arrayIndex`'s `max` + 1.",
+    Key("arrayCount", Integer(1, 255),
+        "How many arrays. In a table with an array key it is `arrayIndex`'s `max` + 1.",
         required=False, default=1),
-    Key("entryCount", Integer(1, WORD_MAX), "Entries in an array. Outside the exact match family it is the number of"
+    Key("entryCount", Integer(1, WORD_MAX),
+        "Entries in an array. Outside the exact match family it is the number of"
         " rows that the key can name."),
-    Key("physicalTableId", Integer(0, WORD_MAX), "Number of the physical database.", families=("exactMatch",)),
+    Key("physicalTableId", Integer(0, WORD_MAX), "Number of the physical database.",
+        families=("exactMatch",)),
 ))
 
 FIELD = Section("fields", "One field of the entry: a pair of accessors over a bit range of the data bytes.", (
     Key("name", MemberName(), "Name of the getter; the setter is the name followed by `Is`."),
-    Key("type", TypeName(bitmap=True), "Type of the value. Its width is the width of the range; a bitmap takes any."),
+    Key("type", TypeName(bitmap=True),
+        "Type of the value. Its width is the width of the range; a bitmap takes any."),
     Key("bits", BitRange(), "First and last bit, both inclusive, counted from bit 0 of byte 0."),
-    Key("whole", Flag(), "Bitmaps only: the setter refuses a bitmap shorter than the range with `std::out_of_range`."
+    Key("whole", Flag(),
+        "Bitmaps only: the setter refuses a bitmap shorter than the range with `std::out_of_range`."
         " Otherwise the bits past a short bitmap's end are written as 0.", required=False, default=False),
 ))
 
 _PRESETS = "The names are fields, the values fit them."
 
-VIEW = Section("views", "One reading of the bytes of a table whose rows have several. Its place in the list is its"
-               " number in `ViewT`.", (
+_VIEW = ("One reading of the bytes of a table whose rows have several. Its place in the list is its number in"
+         " `ViewT`.")
+
+VIEW = Section("views", _VIEW, (
     Key("name", ClassName(), "Class name of the view."),
     Key("viewT", MemberName(), "The view's enumerator in `ViewT`."),
     Key("presets", Values(), "Values that a view has when it is built directly. " + _PRESETS, required=False,
@@ -203,24 +222,29 @@ VIEW = Section("views", "One reading of the bytes of a table whose rows have sev
 TABLE = Section("tables", "One table. The file's name is the table's class name.", (
     Key("family", Choice(FAMILIES), "The hand-written family that the table belongs to."),
     Key("chipName", Text(r"[A-Za-z0-9_.]+", "a string of letters, digits, underscores and dots"),
-        "Name of the memory, register or database in the chip's own terms. In the direct family the names of several"
-        " memories stand in one string, joined by dots."),
+        "Name of the memory, register or database in the chip's own terms. In the direct family the names of"
+        " several memories stand in one string, joined by dots."),
     Key("groupName", _NAME, "Name of the descriptor group.", families=WITH_DESCRIPTOR),
     Key("tag", _NAME, "Tag that rules look tables up by.", required=False, default="noTag"),
     Key("entryDataMaxSize", Integer(1, 65535), "Bytes of a row's data."),
     Key("hasParitySupport", Flag(), "Whether the memory carries parity or ECC.", families=("direct",)),
     Key("mdbTableId", Integer(0, WORD_MAX), "Table number in the modular database.", families=("mdbDirect",)),
-    Key("mapHashConstant", Integer(0, WORD_MAX), "What the hash seed of read-result maps is mixed with, where it is"
+    Key("mapHashConstant", Integer(0, WORD_MAX),
+        "What the hash seed of read-result maps is mixed with, where it is"
         " laid down; else it comes from the table's name.", required=False, families=("exactMatch",)),
-    Key("like", ClassName(), "Another table, whose fields, views and presets are this one's too. That table spells"
+    Key("like", ClassName(),
+        "Another table, whose fields, views and presets are this one's too. That table spells"
         " them out itself.", required=False),
     Key("key", ListOf(KEY_MEMBER), "The members of the key, in order."),
     Key("memories", ListOf(MEMORY), "Where the data lies in the chip, in the order of memory ids.",
         families=WITH_DESCRIPTOR),
-    Key("presets", Values(), "Fields that an entry built from a key starts with, in the order they are stamped."
-        " `vmv` and `entryType` are among them. " + _PRESETS + " Required unless `like` stands.", required=False,
-        families=("exactMatch",)),
-    Key("fields", ListOf(FIELD), "The fields in catalogue order. A table has exactly one of `fields`, `views` and"
+    Key("presets", Values(),
+        "Fields that an entry built from a key starts with, in the order they are stamped."
+        " `vmv` and `entryType` are among them. " + _PRESETS + " Required unless `like` stands.",
+        required=False, families=("exactMatch",)),
+    Key("fields", ListOf(FIELD),
+        "The fields in catalogue order. A table has exactly one of `fields`, `views` and"
         " `like`.", required=False),
-    Key("views", ListOf(VIEW), "The views in the order of their numbers.", required=False, families=("direct",)),
+    Key("views", ListOf(VIEW), "The views in the order of their numbers.", required=False,
+        families=("direct",)),
 ))

@@ -23,7 +23,7 @@ def joined(path: str, name: str) -> str:
 def checked(section: Section, data: dict, family: str | None, path: str, problems: Problems) -> dict:
     """The sound part of `data`, with defaults filled in; the rest is told to `problems`.
 
-    `family` is None while it is not known: then keys of all families are accepted and none of them is required.
+    `family` is None while it is not known: then keys of all families are accepted and none is required.
     """
     legal_names = [key.name for key in section.keys if family is None or family in key.families]
     for name, value in data.items():

@@ -47,7 +47,8 @@ def read_table(path: Path) -> TableFile:
     rules.check_key(table, problems)
     rules.check_memories(table, problems)
     if "fields" in table:
-        rules.check_fields("fields", table["fields"], table.get("entryDataMaxSize"), names.RESERVED_FIELDS, problems)
+        rules.check_fields("fields", table["fields"], table.get("entryDataMaxSize"), names.RESERVED_FIELDS,
+                           problems)
     _check_views(table, problems)
     if "fields" in table:
         check_exact_match(table, table.get("fields", []), problems)
@@ -117,6 +118,6 @@ def _check_views(table: dict, problems: Problems) -> None:
         if view.get("name") in names.RESERVED_CLASSES:
             problems.add(f"{here}.name", view["name"], "a name that no other class of a table has")
         fields = view.get("fields", [])
-        rules.check_fields(f"{here}.fields", fields, table.get("entryDataMaxSize"), names.RESERVED_VIEW_FIELDS,
-                           problems)
+        rules.check_fields(f"{here}.fields", fields, table.get("entryDataMaxSize"),
+                           names.RESERVED_VIEW_FIELDS, problems)
         rules.check_presets(f"{here}.presets", view.get("presets", {}), fields, problems)

@@ -2,7 +2,7 @@
 
 namespace Dovel {
 
-// The destructors stand here so that each type's description exists once, in this library, for every catch clause.
+// The destructors stand here so that each type's description exists once, in this library, for every catch.
 Exception::~Exception() = default;
 RuntimeException::~RuntimeException() = default;
 RangeException::~RangeException() = default;
@@ -13,7 +13,9 @@ NoPermissionException::~NoPermissionException() = default;
 
 void RuntimeException::throwException(String const& message) { throw RuntimeException(message); }
 void RangeException::throwException(String const& message) { throw RangeException(message); }
-void MemoryResourceException::throwException(String const& message) { throw MemoryResourceException(message); }
+void MemoryResourceException::throwException(String const& message) {
+  throw MemoryResourceException(message);
+}
 void CorruptionDetectedException::throwException(String const& message) {
   throw CorruptionDetectedException(message);
 }

@@ -5,12 +5,11 @@
 //
 // How a class lives up to it:
 // - It derives from Dovel::Tracked<Class, Base> (runtime/Dovel/PtrIs.h) and is made by
-// Dovel::ptrIsImpl<Class>.
+//   Dovel::ptrIsImpl<Class>.
 // - The constructor of a concrete class ends in a call of its own handleInitialized().
 // - Its destructor first calls markBeingDestroyed(), then its own onDelete(), which withdraws what was
-// registered.
-//   Neither is virtual: during construction and destruction each class answers for its own part. Both may
-//   hand out short-lived Ptrs to the node itself; these never destroy it a second time.
+//   registered. Neither is virtual: during construction and destruction each class answers for its own part.
+//   Both may hand out short-lived Ptrs to the node itself; these never destroy it a second time.
 // - An exception that leaves a destructor ends the process.
 #pragma once
 

@@ -78,5 +78,7 @@ struct fmt::formatter<Dovel::String> : Dovel::PlainFormatter {
 
 template <>
 struct std::hash<Dovel::String> {
-  std::size_t operator()(Dovel::String const& text) const { return std::hash<std::string_view>()(text.view()); }
+  std::size_t operator()(Dovel::String const& text) const {
+    return std::hash<std::string_view>()(text.view());
+  }
 };

@@ -2,8 +2,7 @@
 //
 // Any thread may do anything here, and a child of fork() too. Invariants:
 //  1. A channel, once made, is never moved or freed, so that handles may read it without a lock, also while
-//  the
-//     process exits.
+//     the process exits.
 //  2. A mask is read relaxed: a change of levels may be seen late, and orders nothing.
 //  3. Channels are made and rules changed under one mutex, so a new channel follows every rule set before.
 #pragma once

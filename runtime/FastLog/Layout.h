@@ -5,13 +5,11 @@
 //
 // Invariants, on which the writers and the decoder rely:
 //  1. A message owns the positions that one addition to `reservedCells` gave it. Position p lies in cell p %
-//  cellCount.
+//     cellCount.
 //  2. A cell's tag names the position that it holds. Only the writer that has set the tag to its own position
-//  with
-//     kWriting, by compare-and-swap, stores into the payload; nobody takes a cell that is being written.
+//     with kWriting, by compare-and-swap, stores into the payload; nobody takes a cell that is being written.
 //  3. The tag without kWriting is stored last, with release. A tag that reads the same before and after the
-//  payload
-//     was read, the second time behind an acquire fence, vouches for the payload.
+//     payload was read, the second time behind an acquire fence, vouches for the payload.
 //  4. A descriptor is stored before `describedBytes` covers it, with release, and before its id is given out.
 #pragma once
 

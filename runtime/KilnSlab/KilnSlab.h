@@ -5,11 +5,9 @@
 // 1. All slab memory lies in one reserved range, so whether an address is slab memory is one comparison.
 // 2. A chunk holds cells of one size, told by its header, so a free needs no size.
 // 3. Each thread keeps up to two batches of free cells a size; taking and freeing touch nothing that threads
-// share.
-//    Whole batches move to and from the central stock under its lock.
+//    share. Whole batches move to and from the central stock under its lock.
 // 4. A thread's exit gives its cells back; later frees in that thread, and those of static objects after
-// main, go
-//    straight to the central stock.
+//    main, go straight to the central stock.
 //
 // Under AddressSanitizer all cells come from malloc, so that every use after a free is found.
 #pragma once

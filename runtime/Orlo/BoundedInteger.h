@@ -73,16 +73,18 @@ template <unsigned Width>
 inline constexpr bool isBounded<U<Width>> = true;
 
 // clang-format off
-using U1 = U<1>;   using U2 = U<2>;   using U3 = U<3>;   using U4 = U<4>;   using U5 = U<5>;   using U6 = U<6>;
-using U7 = U<7>;   using U9 = U<9>;   using U10 = U<10>; using U11 = U<11>; using U12 = U<12>; using U13 = U<13>;
-using U14 = U<14>; using U15 = U<15>; using U17 = U<17>; using U18 = U<18>; using U19 = U<19>; using U20 = U<20>;
-using U21 = U<21>; using U22 = U<22>; using U23 = U<23>; using U24 = U<24>; using U25 = U<25>; using U26 = U<26>;
-using U27 = U<27>; using U28 = U<28>; using U29 = U<29>; using U30 = U<30>; using U31 = U<31>; using U33 = U<33>;
-using U34 = U<34>; using U35 = U<35>; using U36 = U<36>; using U37 = U<37>; using U38 = U<38>; using U39 = U<39>;
-using U40 = U<40>; using U41 = U<41>; using U42 = U<42>; using U43 = U<43>; using U44 = U<44>; using U45 = U<45>;
-using U46 = U<46>; using U47 = U<47>; using U48 = U<48>; using U49 = U<49>; using U50 = U<50>; using U51 = U<51>;
-using U52 = U<52>; using U53 = U<53>; using U54 = U<54>; using U55 = U<55>; using U56 = U<56>; using U57 = U<57>;
-using U58 = U<58>; using U59 = U<59>; using U60 = U<60>; using U61 = U<61>; using U62 = U<62>; using U63 = U<63>;
+using U1 = U<1>;   using U2 = U<2>;   using U3 = U<3>;   using U4 = U<4>;   using U5 = U<5>;
+using U6 = U<6>;   using U7 = U<7>;   using U9 = U<9>;   using U10 = U<10>; using U11 = U<11>;
+using U12 = U<12>; using U13 = U<13>; using U14 = U<14>; using U15 = U<15>; using U17 = U<17>;
+using U18 = U<18>; using U19 = U<19>; using U20 = U<20>; using U21 = U<21>; using U22 = U<22>;
+using U23 = U<23>; using U24 = U<24>; using U25 = U<25>; using U26 = U<26>; using U27 = U<27>;
+using U28 = U<28>; using U29 = U<29>; using U30 = U<30>; using U31 = U<31>; using U33 = U<33>;
+using U34 = U<34>; using U35 = U<35>; using U36 = U<36>; using U37 = U<37>; using U38 = U<38>;
+using U39 = U<39>; using U40 = U<40>; using U41 = U<41>; using U42 = U<42>; using U43 = U<43>;
+using U44 = U<44>; using U45 = U<45>; using U46 = U<46>; using U47 = U<47>; using U48 = U<48>;
+using U49 = U<49>; using U50 = U<50>; using U51 = U<51>; using U52 = U<52>; using U53 = U<53>;
+using U54 = U<54>; using U55 = U<55>; using U56 = U<56>; using U57 = U<57>; using U58 = U<58>;
+using U59 = U<59>; using U60 = U<60>; using U61 = U<61>; using U62 = U<62>; using U63 = U<63>;
 // clang-format on
 
 }  // namespace Orlo

@@ -2,10 +2,9 @@
 // vtable. Not safe for threads: a map and its iterators belong to one thread at a time.
 //
 // 1. The directory's slot for a hash is the hash's highest bits, so slots in ascending order hold hashes in
-// ascending
-//    order, and a larger directory splits every slot in place.
+//    ascending order, and a larger directory splits every slot in place.
 // 2. A bucket that an iterator holds is never written: a change puts another one in its slot
-// (HashMap2018VTable.h).
+//    (HashMap2018VTable.h).
 #pragma once
 
 #include <cstddef>
@@ -94,7 +93,7 @@ class HashMap2018Generic {
 // Walks a map in ascending order of hashes. Under changes of the map in the course of the walk:
 // - a member that is there all along is met exactly once, however the directory grows;
 // - a member deleted before the walk reached it is not met, one inserted on the way is met once or not at
-// all;
+//   all;
 // - a value replaced on the way is met as it is now or as it was when the walk reached its bucket;
 // - the node that the iterator stands on stays readable, even deleted, until the next step.
 // The map must outlive the iterator.

@@ -15,8 +15,7 @@ class LogLimit {
 
   // interval: length of a window; zero or less: every message passes but for `most`.
   // growth: a window in which messages were suppressed makes the next one longer by this factor, up to a day;
-  // one
-  //   without makes the next one `interval` again. 1.0 or less: all windows have the same length.
+  //   one without makes the next one `interval` again. 1.0 or less: all windows have the same length.
   // perWindow: messages let through in one window; 0 means 1.
   // most: messages let through in the life of this process; 0 means no limit.
   LogLimit(Dovel::Duration interval, double growth, unsigned perWindow, unsigned most);

@@ -110,4 +110,5 @@ class FolderTest(unittest.TestCase):
         for old, new, messages in cases:
             with self.subTest(new=new):
                 text = self.changed(SOUND[table], old, new)
-                self.assertEqual(self.problems({table: text}), [f"{table}.toml: {table}: {each}" for each in messages])
+                self.assertEqual(self.problems({table: text}),
+                                 [f"{table}.toml: {table}: {each}" for each in messages])

@@ -11,8 +11,8 @@ CLASS = "a string: a capital letter, then letters, digits and single underscores
 
 def twin(text: str, of: str) -> str:
     """A table without a layout of its own."""
-    head = [line for line in text[:min(text.find(mark) % len(text) for mark in ("fields =", "[[views]]"))].splitlines()
-            if not line.startswith("presets")]
+    layout = min(text.find(mark) % len(text) for mark in ("fields =", "[[views]]"))
+    head = [line for line in text[:layout].splitlines() if not line.startswith("presets")]
     return "\n".join([f'like = "{of}"', *head]) + "\n"
 
 
@@ -32,9 +32,10 @@ class ChipTest(FolderTest):
     def test_names_and_numbers(self):
         chip = 'namespace = "namespace"\nchipType = -1\ntables = ["Rows", "cols"]\nchip = 3\n'
         self.assertEqual(self.problems({"Rows": DIRECT}, chip), [
-            'Chip.toml: Chip: chip: 3: unknown key, the nearest is "chipType"; legal are namespace, chipType, tables',
-            'Chip.toml: Chip: namespace: "namespace": a string: a small letter, then letters, digits and single'
-            " underscores between them; no C++ keyword",
+            'Chip.toml: Chip: chip: 3: unknown key, the nearest is "chipType"; legal are namespace,'
+            " chipType, tables",
+            'Chip.toml: Chip: namespace: "namespace": a string: a small letter, then letters, digits and'
+            " single underscores between them; no C++ keyword",
             "Chip.toml: Chip: chipType: -1: an integer, 0 to 4294967295",
             f'Chip.toml: Chip: tables[1]: "cols": {CLASS}',
         ])
@@ -54,7 +55,8 @@ class LikeTest(FolderTest):
         tables = {"Tag": self.changed(twin(EXACT, "Label"), '"LABEL_DB"', '"TAG_DB"'), "Label": EXACT}
         tag, label = self.table(tables, "Tag"), self.table(tables, "Label")
         self.assertEqual(tag.fields, label.fields)
-        self.assertEqual([(preset.field.name, preset.value) for preset in tag.presets], [("vmv", 1), ("entryType", 2)])
+        self.assertEqual([(preset.field.name, preset.value) for preset in tag.presets],
+                         [("vmv", 1), ("entryType", 2)])
         self.assertEqual((tag.chip_name, label.chip_name), ("TAG_DB", "LABEL_DB"))
 
     def test_views_are_those_of_the_other_table(self):
@@ -63,11 +65,13 @@ class LikeTest(FolderTest):
 
     def test_a_table_that_is_missing(self):
         self.assertEqual(self.problems({"Rows": DIRECT, "Twin": twin(DIRECT, "Row")}),
-                         ['Twin.toml: Twin: like: "Row": another table of the catalogue, the nearest is "Rows"'])
+                         ['Twin.toml: Twin: like: "Row": another table of the catalogue,'
+                          ' the nearest is "Rows"'])
 
     def test_itself(self):
         self.assertEqual(self.problems({"Rows": DIRECT, "Twin": twin(DIRECT, "Twin")}),
-                         ['Twin.toml: Twin: like: "Twin": another table of the catalogue, the nearest is "Rows"'])
+                         ['Twin.toml: Twin: like: "Twin": another table of the catalogue,'
+                          ' the nearest is "Rows"'])
 
     def test_a_table_that_is_itself_like_another(self):
         tables = {"Rows": DIRECT, "Twin": twin(DIRECT, "Rows"), "Third": twin(DIRECT, "Twin")}
@@ -103,7 +107,8 @@ class LikeTest(FolderTest):
                          ['Twin.toml: Twin: key.bot.name: "bot": the name of a field of the table'])
 
     def test_the_other_tables_mistakes_are_told_once(self):
-        self.assertEqual(self.problems({"Rows": self.changed(DIRECT, "[0, 3]", "[0, 4]"), "Twin": twin(DIRECT, "Rows")}),
+        self.assertEqual(self.problems({"Rows": self.changed(DIRECT, "[0, 3]", "[0, 4]"),
+                                        "Twin": twin(DIRECT, "Rows")}),
                          ["Rows.toml: Rows: fields.low.bits: [0, 4]: 4 bits for type U4, not 5;"
                           " from bit 0 that is [0, 3]"])
 

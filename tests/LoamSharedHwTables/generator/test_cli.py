@@ -25,8 +25,8 @@ class CommandTest(FolderTest):
         return code, out.getvalue(), err.getvalue()
 
     def make(self, table: str) -> tuple[int, str, str]:
-        return self.run_generator("unit", "--catalogue", self.folder / "catalogue", "--table", table, "--out", self.out,
-                                  "--depfile", self.out / f"{table}.d")
+        return self.run_generator("unit", "--catalogue", self.folder / "catalogue", "--table", table,
+                                  "--out", self.out, "--depfile", self.out / f"{table}.d")
 
     def test_a_unit_is_a_header_and_a_source(self):
         self.write({"Rows": DIRECT})
@@ -84,15 +84,18 @@ class CommandTest(FolderTest):
         self.assertTrue(all(path.is_file() for path in paths))
         self.assertEqual(paths[:3], [folder / "Twin.toml", folder / "Chip.toml", folder / "Rows.toml"])
         sources = ROOT / "LoamSharedHwTables" / "generator"
-        self.assertLess({sources / "templates" / "Unit.h.j2", sources / "templates" / "Unit.cpp.j2", sources / "rules.py"},
+        self.assertLess({sources / "templates" / "Unit.h.j2", sources / "templates" / "Unit.cpp.j2",
+                         sources / "rules.py"},
                         set(paths))
 
     def test_it_runs_as_a_program(self):
         folder = self.write({"Rows": self.changed(DIRECT, "[0, 3]", "[3, 0]")})
-        ran = subprocess.run([sys.executable, "-m", "generator", "check", "--catalogue", folder], capture_output=True,
-                             text=True, cwd=ROOT / "LoamSharedHwTables", check=False)
+        ran = subprocess.run([sys.executable, "-m", "generator", "check", "--catalogue", folder],
+                             capture_output=True, text=True,
+                             cwd=ROOT / "LoamSharedHwTables", check=False)
         self.assertEqual((ran.returncode, ran.stdout), (1, ""))
-        self.assertEqual(ran.stderr, f"{folder}/Rows.toml: Rows: fields.low.bits: [3, 0]: low at most high, 0 to 0\n")
+        self.assertEqual(ran.stderr,
+                         f"{folder}/Rows.toml: Rows: fields.low.bits: [3, 0]: low at most high, 0 to 0\n")
 
 
 class ManualTest(unittest.TestCase):

@@ -15,8 +15,8 @@ def members(*types: str) -> list[fieldtypes.FieldType]:
 class LayoutTest(unittest.TestCase):
     def key(self, *types: str) -> tuple[list, int, int]:
         key = layout.key(members(*types))
-        return [f"pad {part.bytes}" if isinstance(part, layout.Pad) else part.name for part in key.parts], key.size, \
-            key.align
+        parts = [f"pad {part.bytes}" if isinstance(part, layout.Pad) else part.name for part in key.parts]
+        return parts, key.size, key.align
 
     def test_padding_stands_before_the_member_that_needs_it(self):
         self.assertEqual(self.key("8-bit", "32-bit"), (["8-bit", "pad 3", "32-bit"], 8, 4))
@@ -26,7 +26,8 @@ class LayoutTest(unittest.TestCase):
         self.assertEqual(self.key("U20", "U1"), (["U20", "U1", "pad 3"], 8, 4))
 
     def test_padding_stands_on_both_sides(self):
-        self.assertEqual(self.key("U4", "32-bit", "16-bit"), (["U4", "pad 3", "32-bit", "16-bit", "pad 2"], 12, 4))
+        self.assertEqual(self.key("U4", "32-bit", "16-bit"),
+                         (["U4", "pad 3", "32-bit", "16-bit", "pad 2"], 12, 4))
 
     def test_members_that_fit_need_none(self):
         self.assertEqual(self.key("U14", "16-bit"), (["U14", "16-bit"], 4, 2))
@@ -61,7 +62,8 @@ class LayoutTest(unittest.TestCase):
 class TypeTest(unittest.TestCase):
     def test_the_smallest_word_that_fits(self):
         widths = {name: fieldtypes.parse(name).storage_bytes
-                  for name in ("U1", "U7", "8-bit", "U9", "U15", "16-bit", "U17", "U31", "32-bit", "U33", "U63", "64-bit")}
+                  for name in ("U1", "U7", "8-bit", "U9", "U15", "16-bit", "U17", "U31", "32-bit", "U33",
+                               "U63", "64-bit")}
         self.assertEqual(list(widths.values()), [1, 1, 1, 2, 2, 2, 4, 4, 4, 8, 8, 8])
 
     def test_cpp_names(self):
@@ -75,16 +77,19 @@ class RealTableTest(unittest.TestCase):
         cls.catalogue = Catalogue(REAL_CATALOGUE)
 
     def test_record_sizes(self):
-        golden = {"MplsIsemHwEm": (8, 4, 32, 0), "TcamHwDirect": (8, 4, 36, 0), "Ip4UdpTtMpIsemHwEm": (12, 4, 36, 0),
-                  "BigAdsHwMdb": (4, 4, 20, 1), "Srv6LocalSidIsemHwEm": (4, 2, 28, 0), "BigBbXlHwMdb": (4, 4, 64, 0)}
+        golden = {"MplsIsemHwEm": (8, 4, 32, 0), "TcamHwDirect": (8, 4, 36, 0),
+                  "Ip4UdpTtMpIsemHwEm": (12, 4, 36, 0), "BigAdsHwMdb": (4, 4, 20, 1),
+                  "Srv6LocalSidIsemHwEm": (4, 2, 28, 0), "BigBbXlHwMdb": (4, 4, 64, 0)}
         for name, expected in golden.items():
             with self.subTest(name):
                 table = model.build(self.catalogue, name)
-                self.assertEqual((table.key_size, table.key_align, table.entry_size, table.entry_padding), expected)
+                self.assertEqual((table.key_size, table.key_align, table.entry_size, table.entry_padding),
+                                 expected)
 
     def test_shapes(self):
         shapes = {name: model.build(self.catalogue, name).shape
-                  for name in ("SmallBbHwDirect", "SmallAdsHwDirect", "MplsIsemHwEm", "IppeRecycFwdProfileMappingHwReg")}
+                  for name in ("SmallBbHwDirect", "SmallAdsHwDirect", "MplsIsemHwEm",
+                               "IppeRecycFwdProfileMappingHwReg")}
         self.assertEqual(list(shapes.values()), ["array", "value", "fields", "value"])
 
     def test_key_bounds(self):
@@ -103,9 +108,11 @@ class ViewTest(FolderTest):
     def test_views_number_their_fields_through_the_table(self):
         table = model.build(Catalogue(self.write({"Tcam": ARRAYS})), "Tcam")
         self.assertEqual([(field.order, field.view, field.name) for field in table.all_fields],
-                         [(0, "CommandEntry", "bank"), (1, "CommandEntry", "data"), (2, "ReplyEntry", "data")])
+                         [(0, "CommandEntry", "bank"), (1, "CommandEntry", "data"),
+                          (2, "ReplyEntry", "data")])
         self.assertEqual([(view.number, view.view_t) for view in table.views], [(0, "command"), (1, "reply")])
-        self.assertEqual([(preset.field.name, preset.value) for preset in table.views[0].presets], [("bank", 3)])
+        self.assertEqual([(preset.field.name, preset.value) for preset in table.views[0].presets],
+                         [("bank", 3)])
         self.assertEqual((table.fields, table.memories[1].array_count, table.memories[1].id), ((), 4, 1))
 
 

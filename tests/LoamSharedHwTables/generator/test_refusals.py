@@ -16,7 +16,8 @@ class SoundTest(FolderTest):
         self.assertEqual(self.problems(SOUND), [])
 
     def test_overlapping_fields_are_accepted(self):
-        both = LOW + ', { name = "twin", type = "U4", bits = [0, 3] }, { name = "across", type = "U6", bits = [2, 7] }'
+        both = (LOW + ', { name = "twin", type = "U4", bits = [0, 3] }'
+                ', { name = "across", type = "U6", bits = [2, 7] }')
         self.assertEqual(self.problems({"Rows": self.changed(DIRECT, LOW, both)}), [])
 
 
@@ -25,7 +26,8 @@ class FieldTest(FolderTest):
         self.check_cases("Rows", [
             ("[0, 63]", "[0, 64]", ["fields.all.bits: [0, 64]: bits 0 to 63, the entry has 8 bytes"]),
             ("[0, 3]", "[3, 0]", ["fields.low.bits: [3, 0]: low at most high, 0 to 0"]),
-            ("[0, 3]", "[0, 4]", ["fields.low.bits: [0, 4]: 4 bits for type U4, not 5; from bit 0 that is [0, 3]"]),
+            ("[0, 3]", "[0, 4]",
+             ["fields.low.bits: [0, 4]: 4 bits for type U4, not 5; from bit 0 that is [0, 3]"]),
             ("[4, 35]", "[4, 34]",
              ["fields.word.bits: [4, 34]: 32 bits for type 32-bit, not 31; from bit 4 that is [4, 35]"]),
             ("[0, 3]", "[-1, 2]", ["fields.low.bits: [-1, 2]: two integers [low, high], 0 to 524279"]),
@@ -38,7 +40,8 @@ class FieldTest(FolderTest):
         legal = TYPES + ', "bitmap"'
         self.check_cases("Rows", [
             ('"U4"', f'"{name}"', [f'fields.low.type: "{name}": {legal}'])
-            for name in ("U0", "U04", "U8", "U16", "U32", "U64", "U100", "u4", "4-bit", "128-bit", "Bitmap", "")
+            for name in ("U0", "U04", "U8", "U16", "U32", "U64", "U100", "u4", "4-bit", "128-bit",
+                         "Bitmap", "")
         ])
 
     def test_every_bounded_width_but_the_plain_ones_is_legal(self):
@@ -56,29 +59,32 @@ class FieldTest(FolderTest):
             ('name = "low"', 'name = 7', [f"fields[0].name: 7: {MEMBER}"]),
             ('name = "low"', 'name = "entryKey"', [f'fields.entryKey.name: "entryKey": {other}']),
             ('name = "low"', 'name = "wordIs"', [f'fields.wordIs.name: "wordIs": {other}']),
-            ('name = "all"', 'name = "low"', ['fields.low.name: "low": a name that no other of these 3 fields has']),
+            ('name = "all"', 'name = "low"',
+             ['fields.low.name: "low": a name that no other of these 3 fields has']),
         ]
         self.check_cases("Rows", cases)
 
 
 class KeyTest(FolderTest):
     def test_unknown_and_missing_keys(self):
-        keys = ("family, chipName, groupName, tag, entryDataMaxSize, hasParitySupport, like, key, memories, fields,"
-                " views")
+        keys = ("family, chipName, groupName, tag, entryDataMaxSize, hasParitySupport, like, key, memories,"
+                " fields, views")
         self.check_cases("Rows", [
             ("hasParitySupport = false", "hasParity = false", [
                 f'hasParity: false: unknown key, the nearest is "hasParitySupport"; legal are {keys}',
                 "hasParitySupport: missing: required, true or false",
             ]),
             ("entryCount = 16", "entryCount = 16, adress = 1", [
-                'memories.rows.adress: 1: unknown key, the nearest is "address"; legal are name, block, address,'
-                " firstArray, arrayCount, entryCount",
+                'memories.rows.adress: 1: unknown key, the nearest is "address"; legal are name, block,'
+                " address, firstArray, arrayCount, entryCount",
             ]),
-            ('groupName = "RowsHw"\n', "", ["groupName: missing: required, a string of letters, digits and underscores"]),
+            ('groupName = "RowsHw"\n', "",
+             ["groupName: missing: required, a string of letters, digits and underscores"]),
             (', type = "U4"', "", [f'fields.low.type: missing: required, {TYPES}, "bitmap"']),
             ('family = "direct"\n', "",
              ['family: missing: required, one of "direct", "exactMatch", "register", "mdbDirect"']),
-            ('"direct"', '"Direct"', ['family: "Direct": one of "direct", "exactMatch", "register", "mdbDirect"']),
+            ('"direct"', '"Direct"',
+             ['family: "Direct": one of "direct", "exactMatch", "register", "mdbDirect"']),
             ("hasParitySupport = false", "hasParitySupport = false\nmdbTableId = 3",
              ["mdbTableId: 3: legal only in family mdbDirect"]),
             ("entryCount = 16", "entryCount = 16, physicalTableId = 1",
@@ -95,16 +101,21 @@ class KeyTest(FolderTest):
         number = "an integer, 0 to 4294967295"
         self.check_cases("Rows", [
             ("entryDataMaxSize = 8", "entryDataMaxSize = 0", ["entryDataMaxSize: 0: an integer, 1 to 65535"]),
-            ("entryDataMaxSize = 8", 'entryDataMaxSize = "8"', ['entryDataMaxSize: "8": an integer, 1 to 65535']),
-            ("entryDataMaxSize = 8", "entryDataMaxSize = 8.0", ["entryDataMaxSize: 8.0: an integer, 1 to 65535"]),
-            ("entryDataMaxSize = 8", "entryDataMaxSize = 65536", ["entryDataMaxSize: 65536: an integer, 1 to 65535"]),
+            ("entryDataMaxSize = 8", 'entryDataMaxSize = "8"',
+             ['entryDataMaxSize: "8": an integer, 1 to 65535']),
+            ("entryDataMaxSize = 8", "entryDataMaxSize = 8.0",
+             ["entryDataMaxSize: 8.0: an integer, 1 to 65535"]),
+            ("entryDataMaxSize = 8", "entryDataMaxSize = 65536",
+             ["entryDataMaxSize: 65536: an integer, 1 to 65535"]),
             ("= false", "= 0", ["hasParitySupport: 0: true or false"]),
             ('"RowsHw"', '"Rows Hw"', ['groupName: "Rows Hw": a string of letters, digits and underscores']),
-            ('"ROWS"', '"RO\\"WS"', ['chipName: "RO\\"WS": a string of letters, digits, underscores and dots']),
+            ('"ROWS"', '"RO\\"WS"',
+             ['chipName: "RO\\"WS": a string of letters, digits, underscores and dots']),
             ("block = 3", "block = 0x100000000", [f"memories.rows.block: 4294967296: {number}"]),
             ("block = 3", "block = true", [f"memories.rows.block: true: {number}"]),
             ("address = 0x10", "address = -1", [f"memories.rows.address: -1: {number}"]),
-            ("entryCount = 16", "entryCount = 0", ["memories.rows.entryCount: 0: an integer, 1 to 4294967295"]),
+            ("entryCount = 16", "entryCount = 0",
+             ["memories.rows.entryCount: 0: an integer, 1 to 4294967295"]),
             ("entryCount = 16", "firstArray = 256, entryCount = 16",
              ["memories.rows.firstArray: 256: an integer, 0 to 255"]),
             ("key = [{", "key = [3, {",
@@ -113,7 +124,8 @@ class KeyTest(FolderTest):
 
     def test_empty_lists(self):
         text = DIRECT[:DIRECT.index("fields")] + "fields = []\n"
-        self.assertEqual(self.problems({"Rows": text}), ["Rows.toml: Rows: fields: []: a list of one or more fields"])
+        self.assertEqual(self.problems({"Rows": text}),
+                         ["Rows.toml: Rows: fields: []: a list of one or more fields"])
 
 
 class EntryKeyTest(FolderTest):
@@ -142,7 +154,8 @@ class EntryKeyTest(FolderTest):
     def test_an_mdb_table_has_no_array_key(self):
         two = '"arrayIndex", type = "8-bit", max = 0 }, { name = "entryIndex", type = "32-bit", max'
         self.check_cases("Ads", [
-            ('"value", type = "32-bit", null', two, ['key: ["arrayIndex", "entryIndex"]: the members "value"']),
+            ('"value", type = "32-bit", null', two,
+             ['key: ["arrayIndex", "entryIndex"]: the members "value"']),
         ])
 
     def test_field_keys(self):
@@ -167,7 +180,8 @@ class PresetTest(FolderTest):
             ("vmv = 1,", "", ["presets.vmv: missing: required in family exactMatch"]),
             ("vmv = 1,", "vmv = 1, appId = 2,", ["presets.appId: 2: the name of a field"]),
             ("vmv = 1,", "vmv = 1, entry = 2,", ["presets.entry: 2: a field that is no bitmap"]),
-            ("presets = { vmv = 1, entryType = 2 }\n", "", ['presets: missing: required unless "like" stands']),
+            ("presets = { vmv = 1, entryType = 2 }\n", "",
+             ['presets: missing: required unless "like" stands']),
             ("presets = {", "presets = 3 # {",
              ["presets: 3: a table of field names, each with an integer, 0 to 18446744073709551615"]),
             ('{ name = "command", type = "U2", bits = [0, 1] },', "",
@@ -176,23 +190,27 @@ class PresetTest(FolderTest):
 
     def test_a_direct_table_has_none_of_its_own(self):
         self.check_cases("Rows", [
-            ("key =", "presets = { low = 1 }\nkey =", ["presets: { low = 1 }: legal only in family exactMatch"]),
+            ("key =", "presets = { low = 1 }\nkey =",
+             ["presets: { low = 1 }: legal only in family exactMatch"]),
         ])
 
 
 class ViewTest(FolderTest):
     def test_views(self):
         self.check_cases("Tcam", [
-            ('"ReplyEntry"', '"CommandEntry"', ['views.CommandEntry.name: "CommandEntry": a name that no other view has']),
+            ('"ReplyEntry"', '"CommandEntry"',
+             ['views.CommandEntry.name: "CommandEntry": a name that no other view has']),
             ('"reply"', '"command"', ['views.ReplyEntry.viewT: "command": a name that no other view has']),
-            ('"ReplyEntry"', '"Entry"', ['views.Entry.name: "Entry": a name that no other class of a table has']),
+            ('"ReplyEntry"', '"Entry"',
+             ['views.Entry.name: "Entry": a name that no other class of a table has']),
             ('"ReplyEntry"', '"replyEntry"', [f'views.replyEntry.name: "replyEntry": {CLASS}']),
             ("bank = 3", "bank = 4", ["views.CommandEntry.presets.bank: 4: an integer, 0 to 3, for type U2"]),
             ("bank = 3", "bonk = 3", ["views.CommandEntry.presets.bonk: 3: the name of a field"]),
             ("[2, 47]", "[2, 48]",
              ["views.CommandEntry.fields.data.bits: [2, 48]: bits 0 to 47, the entry has 6 bytes"]),
             ('"data", type = "bitmap", bits = [2, 47]', '"entry", type = "bitmap", bits = [2, 47]',
-             ['views.CommandEntry.fields.entry.name: "entry": a name that no member or setter of the record has']),
+             ['views.CommandEntry.fields.entry.name: "entry": a name that no member or setter of the'
+              " record has"]),
             ('viewT = "reply"\n', "", [f"views.ReplyEntry.viewT: missing: required, {MEMBER}"]),
         ])
 
@@ -211,11 +229,13 @@ class ViewTest(FolderTest):
 class MemoryTest(FolderTest):
     def test_several_memories(self):
         self.check_cases("Tcam", [
-            ('"tcamB"', '"tcamA"', ['memories.tcamA.name: "tcamA": a name that no other memory of the table has']),
+            ('"tcamB"', '"tcamA"',
+             ['memories.tcamA.name: "tcamA": a name that no other memory of the table has']),
             ('"TCAM_A.TCAM_B"', '"TCAM_A"', ["memories: 2 memories: 1, as many as chipName has names"]),
             ("address = 0x20, arrayCount = 4", "address = 0x20, firstArray = 1, arrayCount = 4",
              ["memories.tcamB.firstArray: 1: 0, as in the table's first memory"]),
-            ("address = 0x20, arrayCount = 4, entryCount = 100", "address = 0x20, arrayCount = 4, entryCount = 99", [
+            ("address = 0x20, arrayCount = 4, entryCount = 100",
+             "address = 0x20, arrayCount = 4, entryCount = 99", [
                 "memories.tcamB.entryCount: 99: 100, as in the table's first memory",
                 "memories.tcamB.entryCount: 99: 100, what the key can name",
             ]),
@@ -239,7 +259,8 @@ class MemoryTest(FolderTest):
 
 class FileTest(FolderTest):
     def test_a_syntax_error_is_told_with_its_line(self):
-        [message] = self.problems({"Rows": self.changed(DIRECT, "entryDataMaxSize = 8", "entryDataMaxSize 8")})
+        [message] = self.problems({"Rows": self.changed(DIRECT, "entryDataMaxSize = 8",
+                                                        "entryDataMaxSize 8")})
         self.assertRegex(message, r"^Rows\.toml: Rows: line 4: entryDataMaxSize 8: TOML, .*column 18")
 
     def test_bytes_that_are_no_utf8(self):
@@ -267,7 +288,8 @@ class FileTest(FolderTest):
         ])
 
     def test_the_errors_of_all_files_are_told_at_once(self):
-        wrong = {"Rows": self.changed(DIRECT, "[0, 3]", "[3, 0]"), "Label": self.changed(EXACT, "vmv = 1,", "")}
+        wrong = {"Rows": self.changed(DIRECT, "[0, 3]", "[3, 0]"),
+                 "Label": self.changed(EXACT, "vmv = 1,", "")}
         self.assertEqual(self.problems(wrong), [
             "Rows.toml: Rows: fields.low.bits: [3, 0]: low at most high, 0 to 0",
             "Label.toml: Label: presets.vmv: missing: required in family exactMatch",
