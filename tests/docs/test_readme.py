@@ -1,0 +1,47 @@
+"""What the README shows is what one gets: its commands are run, and its code is that of the example."""
+
+import os
+import pathlib
+import re
+import subprocess
+import textwrap
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+README = (ROOT / "README.md").read_text()
+
+
+def shown_commands():
+    """(command, what is shown below it) of every indented block that starts with a prompt."""
+    for block in re.findall(r"(?:^    \S.*\n(?:(?:    .*)?\n)*)", README, re.MULTILINE):
+        text = textwrap.dedent(block).strip("\n")
+        if text.startswith("$ "):
+            command, _, shown = text.partition("\n")
+            yield command[2:], shown.rstrip("\n")
+
+
+def pattern_of(shown):
+    """`<name>` stands for what differs from run to run."""
+    return re.sub(r"<[a-z]+>", r"\\S+", re.escape(shown))
+
+
+class ReadmeTest(unittest.TestCase):
+    def test_commands_print_what_is_shown(self):
+        commands = list(shown_commands())
+        self.assertEqual(len(commands), 3)
+        for command, shown in commands:
+            here = command.replace("build/release/bin", os.environ["HWTABLES_BIN_DIR"])
+            run = subprocess.run(["sh", "-c", here], cwd=ROOT, capture_output=True, text=True, check=True)
+            self.assertRegex(run.stdout.rstrip("\n"), rf"\A{pattern_of(shown)}\Z", command)
+
+    def test_code_is_that_of_the_example(self):
+        (code,) = re.findall(r"```cpp\n(.*?)```", README, re.DOTALL)
+        self.assertIn(textwrap.indent(code, "  "), (ROOT / "examples/records.cpp").read_text())
+
+    def test_links_lead_to_files(self):
+        for target in re.findall(r"\]\(([^)#:]+)\)", README):
+            self.assertTrue((ROOT / target).exists(), target)
+
+
+if __name__ == "__main__":
+    unittest.main()
