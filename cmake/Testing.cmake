@@ -14,15 +14,15 @@ function(hwtables_add_tests layer)
   gtest_discover_tests(${name} TEST_PREFIX ${layer}. DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
 endfunction()
 
-# hwtables_add_generator_tests(<folder>): every test_*.py under tests/<folder> is a test of CTest.
-function(hwtables_add_generator_tests folder)
+# hwtables_add_python_tests(<folder> <label>): every test_*.py under tests/<folder> is a test of CTest, <label>.<name>.
+function(hwtables_add_python_tests folder label)
   file(GLOB files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${folder}/test_*.py)
   foreach(file IN LISTS files)
     get_filename_component(name ${file} NAME_WE)
-    string(REPLACE "test_" "generator." name ${name})
+    string(REPLACE "test_" "${label}." name ${name})
     add_test(NAME ${name} COMMAND ${HWTABLES_PYTHON} -m unittest ${file}
              WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/tests/${folder})
-    set_tests_properties(${name} PROPERTIES LABELS generator ENVIRONMENT
+    set_tests_properties(${name} PROPERTIES LABELS ${label} ENVIRONMENT
       "PYTHONPATH=${CMAKE_SOURCE_DIR}/LoamSharedHwTables;PYTHONDONTWRITEBYTECODE=1")
   endforeach()
 endfunction()
