@@ -54,6 +54,7 @@ void lookup(benchmark::State& state, std::uint32_t count) {
   Map map;
   for (std::uint32_t number = 0; number < count; ++number) map.insert({{number}, {}});
   std::vector<Key> order;
+  order.reserve(4096);
   std::mt19937 random(1);
   for (int number = 0; number < 4096; ++number)
     order.push_back({static_cast<std::uint32_t>(random()) % count});

@@ -22,12 +22,14 @@ set(HWTABLES_GENERATOR ${CMAKE_COMMAND} -E env
     PYTHONPATH=${CMAKE_SOURCE_DIR}/LoamSharedHwTables PYTHONDONTWRITEBYTECODE=1 ${HWTABLES_PYTHON} -m generator)
 
 # hwtables_generate_units(<target> <folder>): checks the catalogue in <folder> as a whole, then makes the unit of each
-# table and adds it to <target>. Headers are included by the catalogue's path from the root.
+# table and adds it to <target>. Headers are included by the catalogue's path from the root. The target <target>_units
+# makes the sources alone, for whoever reads but doesn't compile them.
 function(hwtables_generate_units target folder)
   file(GLOB catalogue CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.toml)
   file(GLOB generator CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/LoamSharedHwTables/generator/*.py
        ${CMAKE_SOURCE_DIR}/LoamSharedHwTables/generator/templates/*.j2)
   set(out ${HWTABLES_GENERATED_DIR}/${folder})
+  set(units)
 
   # Before any unit, so that all mistakes of all files are told at once.
   set(stamp ${out}/checked)
@@ -55,6 +57,8 @@ function(hwtables_generate_units target folder)
       DEPFILE ${unit}.d
       COMMENT "Making the unit ${table}" VERBATIM)
     target_sources(${target} PRIVATE ${unit}.cpp)
+    list(APPEND units ${unit}.h ${unit}.cpp)
   endforeach()
+  add_custom_target(${target}_units DEPENDS ${units})
   target_include_directories(${target} PUBLIC ${HWTABLES_GENERATED_DIR})
 endfunction()

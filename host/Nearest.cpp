@@ -46,6 +46,7 @@ std::size_t distance(std::string_view given, std::string_view name) {
 std::vector<std::string_view> nearestNames(std::string_view given,
                                            std::vector<std::string_view> const& names) {
   std::vector<std::pair<std::size_t, std::string_view>> ranked;
+  ranked.reserve(names.size());
   for (std::string_view const name : names) ranked.emplace_back(distance(given, name), name);
   std::ranges::stable_sort(ranked, {}, [](auto const& pair) { return pair.first; });
   std::vector<std::string_view> nearest;

@@ -14,8 +14,10 @@
 namespace Dovel {
 namespace Impl {
 
-// Objects too large or too strictly aligned for a slab cell come from operator new.
+// Objects too large or too strictly aligned for a slab cell come from operator new. The check looks at one
+// type, for which the second condition may add nothing.
 template <class T>
+// NOLINTNEXTLINE(misc-redundant-expression)
 constexpr bool fitsSlab = sizeof(T) <= KilnSlab::kLargestCell && alignof(T) <= KilnSlab::kCellAlignment;
 
 template <class T>

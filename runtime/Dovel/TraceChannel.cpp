@@ -40,6 +40,7 @@ class Registry {
   std::vector<Trace::ChannelStatus> list() {
     std::scoped_lock const lock(mutex_);
     std::vector<Trace::ChannelStatus> result;
+    result.reserve(channels_.size());
     for (auto const& [name, channel] : channels_) result.push_back({name, channel.mask, channel.perObject});
     return result;
   }

@@ -120,7 +120,8 @@ struct Subject {
   static constexpr std::uint32_t kMaxId = 0xffff;
 
   constexpr std::uint64_t word() const {
-    return id | std::uint64_t{argumentBytes} << 16 | std::uint64_t{cut} << 32 | std::uint64_t{thread} << 33;
+    return id | std::uint64_t{argumentBytes} << 16 | std::uint64_t{cut ? 1U : 0U} << 32 |
+           std::uint64_t{thread} << 33;
   }
   static constexpr Subject fromWord(std::uint64_t word) {
     return {static_cast<std::uint32_t>(word & 0xffff), static_cast<std::uint32_t>(word >> 16 & 0xffff),

@@ -15,7 +15,7 @@ namespace FastLog {
 
 class RingBuf {
  public:
-  RingBuf() {}  // the words stay unset until they are put
+  RingBuf() {}  // NOLINT(modernize-use-equals-default): the words stay unset until they are put
 
   // Begins a message; its time is now. msgId must hold under TraceFile::msgIdInitialized.
   void startMsg(TraceFile* traceFile, int msgId);

@@ -37,7 +37,7 @@ constexpr std::size_t kCellAlignment = 16;
 namespace Impl {
 
 constexpr bool kAlwaysMalloc = HWTABLES_SLAB_IS_MALLOC != 0;
-constexpr std::size_t kChunkSize = 64 * 1024;
+constexpr std::size_t kChunkSize = 0x10000;
 constexpr std::size_t kFineStep = 16;
 constexpr std::size_t kFineLimit = 512;
 constexpr std::size_t kCoarseStep = 128;
@@ -57,7 +57,7 @@ constexpr std::size_t cellSize(std::size_t sizeClass) {
 // Batches of large cells are short, so that a thread does not sit on much memory.
 constexpr std::uint32_t batchCells(std::size_t sizeClass) {
   std::size_t const size = cellSize(sizeClass);
-  return size <= 256 ? 64 : static_cast<std::uint32_t>(16 * 1024 / size);
+  return size <= 256 ? 64 : static_cast<std::uint32_t>(0x4000 / size);
 }
 
 struct Chunk {

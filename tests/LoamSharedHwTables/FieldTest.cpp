@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -102,7 +103,8 @@ class RecordUnderTest : public AnyRecord {
  public:
   void bytesAre(Bits const& bits) override {
     for (std::uint32_t i = 0; i <= Record::DataByte0Index::max(); ++i) {
-      Bits const byte(bits.begin() + i * 8, bits.begin() + i * 8 + 8);
+      auto const first = bits.begin() + std::ptrdiff_t{i} * 8;
+      Bits const byte(first, first + 8);
       record.dataByte0Is(typename Record::DataByte0Index(i), valueOfBits<std::uint8_t>(byte));
     }
   }

@@ -12,7 +12,6 @@ namespace {
 
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr char const* kFilter = "/proc/self/coredump_filter";
 

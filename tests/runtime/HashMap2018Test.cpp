@@ -61,7 +61,7 @@ TEST_P(Map, AgreesWithAnUnorderedMapUnderRandomChanges) {
     auto const number = static_cast<std::uint32_t>(random() % 600);
     switch (random() % 3) {
       case 0:
-        ASSERT_EQ(routes.insert({label(number), random()}), model.count(number) == 0);
+        ASSERT_EQ(routes.insert({label(number), random()}), !model.contains(number));
         model[number] = routes.lookup(label(number))->value;
         break;
       case 1:

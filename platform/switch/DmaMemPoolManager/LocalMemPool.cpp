@@ -22,7 +22,7 @@ class LocalMemPool : public Dovel::Tracked<LocalMemPool, DmaMemPoolManager> {
  private:
   Dovel::String name_;
   std::size_t bufSize_;
-  std::size_t bytes_;
+  std::size_t bytes_ = 0;
   std::uint64_t dmaStart_;
   std::uint64_t memory_ = 0;
   std::mutex mutex_;
@@ -31,7 +31,7 @@ class LocalMemPool : public Dovel::Tracked<LocalMemPool, DmaMemPoolManager> {
 
 LocalMemPool::LocalMemPool(Dovel::String const& name, std::size_t bufSize, std::size_t count,
                            std::uint64_t dmaStart)
-    : name_(name), bufSize_(bufSize), bytes_(0), dmaStart_(dmaStart) {
+    : name_(name), bufSize_(bufSize), dmaStart_(dmaStart) {
   if (__builtin_mul_overflow(bufSize, count, &bytes_))
     DOVEL_THROW(Dovel::MemoryResourceException, "LocalMemPool", "no memory for {} buffers of {} bytes", count,
                 bufSize);

@@ -47,7 +47,7 @@ Fapmask& Fapmask::operator&=(Fapmask const& other) {
   return *this;
 }
 
-FapIdList::FapIdList(Fapmask const& mask) : mask_(mask), size_(0) {
+FapIdList::FapIdList(Fapmask const& mask) : mask_(mask) {
   for (std::uint64_t word : mask.words()) size_ += static_cast<std::size_t>(std::popcount(word));
 }
 

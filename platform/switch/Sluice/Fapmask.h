@@ -73,7 +73,7 @@ class FapIdList {
 
  private:
   Fapmask mask_;
-  std::size_t size_;
+  std::size_t size_ = 0;
 };
 
 // "{0,3,5-7}", ranges for three members and more; "{}" for the empty set. Raw members print as they are.

@@ -50,7 +50,7 @@ TEST(DmaMemPool, BuffersLieApartInBothAddressSpaces) {
     std::memset(held.back()->va(), static_cast<int>(number), 64);
   }
   for (unsigned number = 0; number < 3; ++number) {
-    EXPECT_EQ(held[number]->dmaAddrInfo().dmaAddress, kDmaStart + number * 64);
+    EXPECT_EQ(held[number]->dmaAddrInfo().dmaAddress, kDmaStart + std::uint64_t{number} * 64);
     EXPECT_EQ(held[number]->va()[0], number);
     EXPECT_EQ(held[number]->va()[63], number);
   }
