@@ -11,8 +11,7 @@
 namespace LoamSharedHwTables {
 namespace {
 
-// The widest bitmap of any table: a whole row.
-constexpr std::size_t kMaxBitmapBytes = 128;
+using BitmapBytes = std::array<std::uint8_t, kMaxBitmapWidth / 8>;
 
 }  // namespace
 
@@ -28,7 +27,7 @@ void failStringConstructor(std::string_view className) {
 
 Keel::PerUnitBitmap bitmapFromBits(std::uint8_t const* data, std::size_t dataBytes, unsigned low,
                                    unsigned width) {
-  std::array<std::uint8_t, kMaxBitmapBytes> local{};
+  BitmapBytes local{};
   std::size_t const bytes = (width + 7) / 8;
   Detail::copyBits(local.data(), bytes, data, dataBytes, width, 0, low);
   Keel::PerUnitBitmap bitmap;
@@ -38,7 +37,7 @@ Keel::PerUnitBitmap bitmapFromBits(std::uint8_t const* data, std::size_t dataByt
 
 void bitmapToBits(Keel::PerUnitBitmap const& bitmap, std::uint8_t* data, std::size_t dataBytes, unsigned low,
                   unsigned width) {
-  std::array<std::uint8_t, kMaxBitmapBytes> local{};
+  BitmapBytes local{};
   std::size_t const bytes = (width + 7) / 8;
   std::copy_n(bitmap.bytes().begin(), std::min(bytes, bitmap.bytes().size()), local.begin());
   Detail::copyBits(data, dataBytes, local.data(), bytes, width, low, 0);

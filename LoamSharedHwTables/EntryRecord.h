@@ -27,6 +27,9 @@ namespace LoamSharedHwTables {
 // would hide the fault.
 [[noreturn]] void failStringConstructor(std::string_view className);
 
+// The widest bitmap field, in bits: the functions below copy it through a buffer of that size.
+inline constexpr unsigned kMaxBitmapWidth = 1024;
+
 Keel::PerUnitBitmap bitmapFromBits(std::uint8_t const* data, std::size_t dataBytes, unsigned low,
                                    unsigned width);
 
@@ -143,6 +146,7 @@ class EntryRecord : public EntryRecordTag {
   template <class T, unsigned Low, unsigned High>
   T field() const {
     if constexpr (std::is_same_v<T, Keel::PerUnitBitmap>) {
+      static_assert(High - Low < kMaxBitmapWidth);
       return bitmapFromBits(dataByte0_, Traits::entryDataMaxSize, Low, High - Low + 1);
     } else if constexpr (Orlo::isBounded<T>) {
       return T::fromBits(Detail::BitRange<Low, High, Traits::entryDataMaxSize>::get(dataByte0_));

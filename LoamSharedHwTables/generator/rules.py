@@ -115,7 +115,7 @@ def check_fields(path: str, fields: list[dict], size: int | None, reserved: froz
             seen.add(name)
         if "bits" in field:
             check_range(here, field, size, problems)
-        if field.get("whole") and field.get("type") != "bitmap":
+        if field.get("whole") and field.get("type", "bitmap") != "bitmap":
             problems.add(f"{here}.whole", True, "false, where the type is not bitmap")
 
 

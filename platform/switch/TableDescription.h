@@ -57,7 +57,6 @@ struct FieldDescription {
 struct TableDescription {
   std::string_view name;
   std::string_view typeName;
-  std::string_view moduleName;
   unsigned order;  // place in the catalogue, from 0
   TableFamily family;
   std::string_view chipName;   // of the chip's memories or database; several are joined by "."

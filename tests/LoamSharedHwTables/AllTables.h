@@ -1,7 +1,9 @@
 // Every table of the bundle, for tests that hold for all.
 #pragma once
 
+#include <random>
 #include <string>
+#include <tuple>
 
 #include "LoamSharedHwTables/Qumran3a/BigAds1HwMdb.h"
 #include "LoamSharedHwTables/Qumran3a/BigAds3HwMdb.h"
@@ -101,6 +103,21 @@ void forEachFieldClass(Visit&& visit) {
   visit.template operator()<typename Table::MdbkKapsbRpbEntry>("MdbkKapsbRpbEntry");
   visit.template operator()<typename Table::MdbkKapsbRpbCompareReplyEntry>("MdbkKapsbRpbCompareReplyEntry");
   visit.template operator()<typename Table::MdbkKapsbRpbReadReplyEntry>("MdbkKapsbRpbReadReplyEntry");
+}
+
+// Any key of an exact-match table.
+template <class Key>
+Key randomFieldKey(std::mt19937_64& random) {
+  auto const fill = [&random]<class Member>(Member& member) {
+    if constexpr (Orlo::isBounded<Member>) {
+      member = Member::fromBits(random() & Member::max().value());
+    } else {
+      member = static_cast<Member>(random());
+    }
+  };
+  Key key;
+  std::apply([&fill](auto&... members) { (fill(members), ...); }, Key::members(key));
+  return key;
 }
 
 // The message of the exception that the call throws, or "nothing was thrown".

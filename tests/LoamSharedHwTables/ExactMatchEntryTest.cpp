@@ -1,11 +1,15 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
+#include "runtime/Dovel/TraceChannel.h"
 #include "tests/LoamSharedHwTables/AllTables.h"
+#include "tests/support/Seed.h"
 
 namespace {
 
 using namespace bcm88490_a0;
 using namespace Orlo;
+using testing::EndsWith;
+using testing::HasSubstr;
 
 template <class Entry>
 Entry filledEntry(std::uint8_t byte) {
@@ -49,15 +53,31 @@ TEST(ExactMatchEntry, BuiltByDefaultHasNoPresets) {
       []<class Table>() { EXPECT_FALSE(typename Table::Entry().dataByte0Iterator()); });
 }
 
-TEST(ExactMatchEntry, KeepsItsKeyThroughBytesAndBack) {
+TEST(ExactMatchEntry, WritesItsKeyIntoTheFieldsOfTheSameNames) {
   Ip4UdpTtMpIsemHwEm::EntryKey const key(9, 0xc0a80102, 0xbeef);
   Ip4UdpTtMpIsemHwEm::Entry entry(key);
   EXPECT_EQ(entry.udpTunnelType(), U4(9));
   EXPECT_EQ(entry.ipv4Dip(), 0xc0a80102U);
   EXPECT_EQ(entry.vrf(), 0xbeef);
-  entry.doInit();
-  entry.setKeyFromBuffer();
-  EXPECT_EQ(entry.entryKey(), key);
+}
+
+TEST(ExactMatchEntry, KeepsItsKeyFieldsThroughDoInitAndSetKeyFromBuffer) {
+  PRINT_SEED_ON_FAILURE();
+  std::mt19937_64 random(TestSupport::seed());
+  TestSupport::ExactMatchTables::forEach([&]<class Table>() {
+    auto const key = TestSupport::randomFieldKey<typename Table::EntryKey>(random);
+    typename Table::Entry entry(key);
+    entry.doInit();
+    entry.setKeyFromBuffer();
+    EXPECT_EQ(entry.entryKey(), key);
+    entry.dataByte0DelAll();
+    entry.doInit();
+    EXPECT_EQ(entry, typename Table::Entry(key));
+    entry.dataByte0DelAll();
+    EXPECT_EQ(entry.entryKey(), key);
+    entry.setKeyFromBuffer();
+    EXPECT_EQ(entry.entryKey(), typename Table::EntryKey());
+  });
 }
 
 TEST(ExactMatchEntry, TakesItsKeyFromBytesThatCameFromTheChip) {
@@ -115,9 +135,13 @@ TEST(ExactMatchEntry, TakesZeroPaddingAsAnOrdinaryKeyField) {
 TEST(FlushRule, WithNothingAskedForChangesNothing) {
   TestSupport::ExactMatchTables::forEach([]<class Table>() {
     for (bool const isMask : {false, true}) {
-      typename Table::Entry entry;
-      entry.formEntryForFlush(isMask, false, false, false);
-      EXPECT_EQ(entry, typename Table::Entry());
+      for (typename Table::Entry const before :
+           {typename Table::Entry(), filledEntry<typename Table::Entry>(0x5a),
+            typename Table::Entry(typename Table::EntryKey())}) {
+        typename Table::Entry entry = before;
+        entry.formEntryForFlush(isMask, false, false, false);
+        EXPECT_EQ(entry, before);
+      }
     }
   });
 }
@@ -175,6 +199,32 @@ TEST(FlushRule, MatchesTheResultTypeOnlyTogetherWithFormatAndEntryType) {
     mpls.formEntryForFlush(isMask, false, false, true);
     EXPECT_EQ(mpls.vmv(), isMask ? U2(3) : U2(1));
   }
+}
+
+// What the call traces, on the channel of the table alone and at the given level alone.
+template <class Table, class Call>
+std::string tracedAt(unsigned level, Call call) {
+  Dovel::Trace::levelsIs(Table::Traits::tableName, static_cast<std::uint16_t>(1U << level));
+  testing::internal::CaptureStderr();
+  call();
+  std::string const text = testing::internal::GetCapturedStderr();
+  Dovel::Trace::levelsIs(Table::Traits::tableName, 1);
+  return text;
+}
+
+TEST(ExactMatchEntry, TracesWhereItsKeyGoesAtLevelEight) {
+  MplsIsemHwEm::Entry entry;
+  EXPECT_THAT(tracedAt<MplsIsemHwEm>(8, [&] { entry.doInit(); }),
+              HasSubstr("Entry::doInit bcm88490_a0::MplsIsemHwEm::EntryKey(mplsLabel:0,mplsBos:0)"));
+  EXPECT_THAT(tracedAt<MplsIsemHwEm>(8, [&] { entry.setKeyFromBuffer(); }),
+              HasSubstr("Entry::setKeyFromBuffer "));
+  EXPECT_EQ(tracedAt<MplsIsemHwEm>(7, [&] { entry.doInit(); }), "");
+}
+
+TEST(FlushRule, TracesItsThreeFlags) {
+  MplsIsemHwEm::Entry entry;
+  EXPECT_THAT(tracedAt<MplsIsemHwEm>(8, [&] { entry.formEntryForFlush(false, true, false, true); }),
+              EndsWith("  useSweepBit true useEntryType false useResultType true\n"));
 }
 
 }  // namespace
