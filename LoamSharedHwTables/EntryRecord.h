@@ -159,7 +159,7 @@ class EntryRecord : public EntryRecordTag {
     if constexpr (std::is_same_v<T, Keel::PerUnitBitmap>) {
       bitmapToBits(value, dataByte0_, Traits::entryDataMaxSize, Low, High - Low + 1);
     } else {
-      Detail::BitRange<Low, High, Traits::entryDataMaxSize>::set(dataByte0_, Orlo::hashSingleAttr(value));
+      Detail::BitRange<Low, High, Traits::entryDataMaxSize>::set(dataByte0_, Orlo::numberOf(value));
     }
   }
   template <class T, unsigned Low, unsigned High>

@@ -127,8 +127,7 @@ Dovel::String valueToStrep(Key const& key) {
   std::size_t at = 0;
   std::apply(
       [&](auto const&... member) {
-        ((Impl::appendMember(text, at == 0 ? "(" : ",", Key::memberNames[at], Orlo::hashSingleAttr(member)),
-          ++at),
+        ((Impl::appendMember(text, at == 0 ? "(" : ",", Key::memberNames[at], Orlo::numberOf(member)), ++at),
          ...);
       },
       Key::members(key));

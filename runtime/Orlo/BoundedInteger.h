@@ -72,6 +72,16 @@ inline constexpr bool isBounded = false;
 template <unsigned Width>
 inline constexpr bool isBounded<U<Width>> = true;
 
+// The bare number of a U type or a plain integer.
+template <class Number>
+constexpr std::uint64_t numberOf(Number number) {
+  if constexpr (isBounded<Number>) {
+    return number.value();
+  } else {
+    return number;
+  }
+}
+
 // clang-format off
 using U1 = U<1>;   using U2 = U<2>;   using U3 = U<3>;   using U4 = U<4>;   using U5 = U<5>;
 using U6 = U<6>;   using U7 = U<7>;   using U9 = U<9>;   using U10 = U<10>; using U11 = U<11>;

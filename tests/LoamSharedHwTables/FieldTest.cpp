@@ -78,7 +78,7 @@ Bits bitsOfValue(T const& value, unsigned width) {
     bits.resize(width);
     return bits;
   } else {
-    return bitsOfNumber(Orlo::hashSingleAttr(value), width);
+    return bitsOfNumber(Orlo::numberOf(value), width);
   }
 }
 
