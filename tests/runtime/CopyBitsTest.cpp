@@ -1,8 +1,11 @@
 #include "runtime/Detail/CopyBits.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
+#include <algorithm>
 #include <array>
+#include <system_error>
 #include <vector>
 
 #include "runtime/Detail/BitRange.h"
@@ -48,6 +51,28 @@ TEST(CopyBits, EndsTheProcessWhereARangeLeavesItsBuffer) {
   EXPECT_DEATH(Detail::copyBits(target.data(), 24, source.data(), 24, 9, 0, 184), "affirm failed");
 }
 
+// Bytes with nothing behind them: whoever touches the next one is killed.
+class LastBytes {
+ public:
+  LastBytes() {
+    void* const mapped =
+        ::mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED || ::mprotect(static_cast<char*>(mapped) + kPage, kPage, PROT_NONE) != 0) {
+      throw std::system_error(errno, std::generic_category(), "guard page");
+    }
+    pages_ = static_cast<std::uint8_t*>(mapped);
+  }
+  ~LastBytes() { ::munmap(pages_, 2 * kPage); }
+  LastBytes(LastBytes const&) = delete;
+  LastBytes& operator=(LastBytes const&) = delete;
+
+  std::uint8_t* ofSize(std::size_t size) const { return pages_ + kPage - size; }
+
+ private:
+  static constexpr std::size_t kPage = 65536;
+  std::uint8_t* pages_ = nullptr;
+};
+
 // A range without its type, so that the check is compiled once.
 struct AnyRange {
   unsigned low;
@@ -57,18 +82,18 @@ struct AnyRange {
   void (*set)(std::uint8_t*, std::uint64_t);
 };
 
-void expectLikeCopyBits(AnyRange const& range, std::mt19937_64& random) {
+void expectLikeCopyBits(AnyRange const& range, std::uint8_t* bytes, std::mt19937_64& random) {
   for (int round = 0; round < 200; ++round) {
-    Buffer bytes = randomBuffer(random);
-    Buffer expected = bytes;
+    Buffer expected = randomBuffer(random);
+    std::copy_n(expected.begin(), range.size, bytes);
     std::uint64_t const value = random();
     Detail::copyBits(expected.data(), range.size, &value, sizeof value, range.width, range.low, 0);
-    range.set(bytes.data(), value);
-    ASSERT_EQ(bytes, expected) << "set " << range.width << " bits from " << range.low << " of " << range.size;
+    range.set(bytes, value);
+    ASSERT_TRUE(std::equal(bytes, bytes + range.size, expected.begin()))
+        << "set " << range.width << " bits from " << range.low << " of " << range.size;
     std::uint64_t read = 0;
-    Detail::copyBits(&read, sizeof read, bytes.data(), range.size, range.width, 0, range.low);
-    ASSERT_EQ(range.get(bytes.data()), read)
-        << range.width << " bits from " << range.low << " of " << range.size;
+    Detail::copyBits(&read, sizeof read, bytes, range.size, range.width, 0, range.low);
+    ASSERT_EQ(range.get(bytes), read) << range.width << " bits from " << range.low << " of " << range.size;
   }
 }
 
@@ -84,7 +109,7 @@ void addRanges(std::vector<AnyRange>& ranges, std::integer_sequence<unsigned, Of
   (add.template operator()<Offsets>(), ...);
 }
 
-TEST(BitRange, EqualsCopyBitsForEveryWidthAndOffset) {
+TEST(BitRange, EqualsCopyBitsForEveryWidthAndOffsetAndTouchesNothingPastTheBuffer) {
   PRINT_SEED_ON_FAILURE();
   std::mt19937_64 random(TestSupport::seed());
   auto const offsets = std::make_integer_sequence<unsigned, 64>();
@@ -96,7 +121,11 @@ TEST(BitRange, EqualsCopyBitsForEveryWidthAndOffset) {
   addRanges<29, 15>(ranges, offsets);
   addRanges<58, 15>(ranges, offsets);
   addRanges<21, 4>(ranges, offsets);
-  for (AnyRange const& range : ranges) expectLikeCopyBits(range, random);
+  // Ranges whose word would reach past the end.
+  addRanges<97, 15>(ranges, offsets);
+  addRanges<58, 14>(ranges, offsets);
+  LastBytes const memory;
+  for (AnyRange const& range : ranges) expectLikeCopyBits(range, memory.ofSize(range.size), random);
 }
 
 }  // namespace
