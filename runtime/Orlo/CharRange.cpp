@@ -13,7 +13,7 @@ bool isNameChar(char c) { return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= '
 
 // Whether the given name is the type's whole name or its last components.
 bool namesType(std::string_view given, std::string_view typeName) {
-  if (!typeName.ends_with(given) || given.empty()) return false;
+  if (!typeName.ends_with(given)) return false;
   std::string_view const before = typeName.substr(0, typeName.size() - given.size());
   return before.empty() || before.ends_with("::");
 }

@@ -70,8 +70,16 @@ TEST(CharRange, ReadsAnOnlyAttributeAlsoAsABareNumber) {
   CharRange whole("Index(value:0x11)");
   EXPECT_EQ(whole.deserializeOnlyAttr("a::Index", "value", 20), 17U);
   EXPECT_TRUE(whole.atEnd());
+  EXPECT_EQ(CharRange("20").deserializeOnlyAttr("a::Index", "value", 20), 20U);
   EXPECT_EQ(failure([] { CharRange("21").deserializeOnlyAttr("a::Index", "value", 20); }),
             "value: 21 not allowed, 0 to 20");
+}
+
+TEST(CharRange, ReadsANumberPast64BitsAsTheLargest) {
+  EXPECT_EQ(CharRange("18446744073709551614").needNumber(), 18446744073709551614U);
+  CharRange range("0x1ffffffffffffffff,");
+  EXPECT_EQ(range.needNumber(), 18446744073709551615U);
+  EXPECT_EQ(range.rest(), ",");
 }
 
 TEST(CharRange, RefusesTextThatIsLeftOver) {

@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <sstream>
+
+#include "runtime/Dovel/Format.h"
+
 namespace {
 
 using Keel::PerUnitBitmap;
@@ -34,7 +38,22 @@ TEST(PerUnitBitmap, ReadsBitsPastItsEndAsClear) {
 
 TEST(PerUnitBitmap, PrintsItsBytesTheHighestFirst) {
   EXPECT_EQ(PerUnitBitmap().toString(), "0x0");
-  EXPECT_EQ(PerUnitBitmap(std::vector<std::uint8_t>{0x01, 0xab}).toString(), "0xab01");
+  PerUnitBitmap const bitmap(std::vector<std::uint8_t>{0x01, 0xab});
+  EXPECT_EQ(bitmap.toString(), "0xab01");
+  EXPECT_EQ(Dovel::fmtracestr(false, "", "", "", 0, "data {}", bitmap), "data 0xab01");
+  std::ostringstream stream;
+  stream << bitmap;
+  EXPECT_EQ(stream.str(), "0xab01");
+}
+
+TEST(PerUnitBitmap, EndsTheProcessWhenAskedForMoreBitsThanAValueHas) {
+  PerUnitBitmap bitmap;
+  EXPECT_DEATH(bitmap.bitsOr(0, 1, 65), "affirm failed");
+}
+
+TEST(PerUnitBitmap, DiffersFromALongerOneWithTheSameBits) {
+  EXPECT_EQ(PerUnitBitmap(std::vector<std::uint8_t>{1}), PerUnitBitmap(std::vector<std::uint8_t>{1}));
+  EXPECT_NE(PerUnitBitmap(std::vector<std::uint8_t>{1}), PerUnitBitmap(std::vector<std::uint8_t>{1, 0}));
 }
 
 }  // namespace
