@@ -53,7 +53,7 @@ class GoldenTest(unittest.TestCase):
         stored = golden()
         for name, text in units().items():
             with self.subTest(name):
-                self.assertMultiLineEqual(text, stored.get(name, ""))
+                self.assertMultiLineEqual(stored.get(name, ""), text)
 
 
 if __name__ == "__main__":
