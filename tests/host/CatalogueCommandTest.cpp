@@ -10,6 +10,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 std::vector<std::string> linesOf(std::string const& text) {
@@ -55,6 +56,13 @@ TEST(CatalogueCommand, ListsTheTablesInCatalogueOrder) {
   }
 }
 
+TEST(CatalogueCommand, ListsKeysByTheirBoundsOrTheirTypes) {
+  std::string const list = runShell("HWTABLES catalogue").out;
+  EXPECT_THAT(list, HasSubstr(" 24  arrayIndex 0..1, entryIndex 0..4095           MDBK_KAPSA_RPB_COMMAND\n"));
+  EXPECT_THAT(list, HasSubstr(" 24  udpTunnelType U4, ipv4Dip 32-bit, vrf 16-bit  IPV4_UDP_TT_MP_EM\n"));
+  EXPECT_THAT(list, HasSubstr(" 60  value 0..0                                    XLKAPS2\n"));
+}
+
 TEST(CatalogueCommand, FitsTheListToTheTerminal) {
   Outcome const outcome = runShell("script -qec 'stty cols 60; HWTABLES catalogue' /dev/null");
   auto const lines = linesOf(outcome.out);
@@ -97,6 +105,24 @@ TEST(CatalogueCommand, DrawsEachViewOfATableOfItsOwn) {
   EXPECT_THAT(text, HasSubstr("\n  fields of view MdbkKapsbRpbReadReplyEntry\n"));
   EXPECT_THAT(text, HasSubstr("rows 0..2047 of each of arrays 0..1\n"));
   EXPECT_THAT(text, HasSubstr("presets     cmdBankSel 3\n"));
+}
+
+TEST(CatalogueCommand, LeavesBitsWithoutAFieldOutOfTheRuler) {
+  std::string const text = runShell("HWTABLES catalogue TcamHwDirect").out;
+  auto const reply = text.find("MdbkKapsaRpbCompareReplyEntry");
+  std::string const ruler = text.substr(reply, text.find("MdbkKapsaRpbReadReplyEntry") - reply);
+  EXPECT_THAT(ruler, HasSubstr("\n      96      .       104 "));
+  EXPECT_THAT(ruler, Not(HasSubstr("\n      128 ")));
+}
+
+TEST(CatalogueCommand, TellsWhatOnlySomeTablesHave) {
+  EXPECT_THAT(runShell("HWTABLES catalogue BigBbXlHwMdb").out, HasSubstr("\n  MDB table   10\n"));
+  EXPECT_THAT(runShell("HWTABLES catalogue EsemFodoPortCvidEm").out,
+              HasSubstr("MDBK_ESEM in block 282 at 0x14000, physical table 37\n"));
+  std::string const tagged = runShell("HWTABLES catalogue MainHdrProfMapHwDirect").out;
+  EXPECT_THAT(tagged, HasSubstr("\n  tag         excludeUdpHdrMapTableWriter\n"));
+  EXPECT_THAT(tagged, Not(HasSubstr("parity")));
+  EXPECT_THAT(runShell("HWTABLES catalogue IpkgvHwDirect").out, Not(HasSubstr("\n  tag ")));
 }
 
 TEST(CatalogueCommand, NoLineOfATableIsWiderThanATerminal) {
