@@ -10,7 +10,6 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 void readToggles() {
   std::string answer;
