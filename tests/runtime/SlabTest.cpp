@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <cstdlib>
@@ -11,7 +12,7 @@
 #include <vector>
 
 #include "runtime/KilnSlab/KilnSlab.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Seed.h"
 
@@ -192,6 +193,7 @@ TestSupport::ChildRole const useSlabWithoutRangeRole("useSlabWithoutRange", useS
 TEST(Slab, WorksOnMallocWhereNoRangeCanBeReserved) {
   EXPECT_EQ(TestSupport::runChild("useSlabWithoutRange").exitCode, 0);
 }
+
 #endif
 
 #endif

@@ -3,7 +3,7 @@
 #include "runtime/Dovel/DebugHandler.h"
 #include "runtime/Dovel/TraceChannel.h"
 #include "runtime/Orlo/TraceHandle.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
