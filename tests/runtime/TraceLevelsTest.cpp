@@ -166,4 +166,11 @@ TEST(TraceEnvironment, IsToldOnceAndIgnoredWhereItIsMalformed) {
             "15\n1 1 1 ");
 }
 
+TestSupport::ChildRole const tracesNothingRole("tracesNothing", [] {});
+
+TEST(TraceEnvironment, IsToldWhereItIsMalformedAlsoByAProcessThatTracesNothing) {
+  EXPECT_THAT(TestSupport::runChild("tracesNothing", {{"HWTABLES_TRACE", "nonsense"}}).errors(),
+              testing::StartsWith("hwtables: HWTABLES_TRACE is malformed"));
+}
+
 }  // namespace
