@@ -86,6 +86,57 @@ TEST(FastLogProcess, WithTheVariableEachProcessHasAFileFromItsLoadOn) {
   }
 }
 
+TestSupport::ChildRole const logsNothingRole("logsNothing", [] {});
+
+TEST(FastLogProcess, FileWithoutMessagesIsGoneAfterTheProcess) {
+  TempDir const logs;
+  EXPECT_EQ(runChild("logsNothing", {{"HWTABLES_FASTLOG", logs.path()}}).exitCode, 0);
+  EXPECT_THAT(logs.files(), testing::IsEmpty());
+}
+
+void makesAChildThatExits() {
+  pid_t const pid = forked([] { std::exit(0); });
+  bool const stands =
+      waitedFor(pid) == 0 &&
+      std::distance(std::filesystem::directory_iterator(std::getenv("HWTABLES_FASTLOG")), {}) == 1;
+  std::_Exit(stands ? 0 : 1);
+}
+TestSupport::ChildRole const makesAChildThatExitsRole("makesAChildThatExits", makesAChildThatExits);
+
+TEST(FastLogProcess, ForkedChildThatExitsLeavesItsParentsFileAlone) {
+  TempDir const logs;
+  EXPECT_EQ(runChild("makesAChildThatExits", {{"HWTABLES_FASTLOG", logs.path()}}).exitCode, 0);
+}
+
+void fileSizeLimited() {
+  rlimit const limit{4096, 4096};
+  ::setrlimit(RLIMIT_FSIZE, &limit);
+  ::setenv("HWTABLES_FASTLOG", std::filesystem::temp_directory_path().c_str(), 1);
+  FastLog::openDefaultLog();
+  std::_Exit(FastLog::defaultFastLogHandle == nullptr ? 0 : 1);
+}
+TestSupport::ChildRole const fileSizeLimitedRole("fileSizeLimited", fileSizeLimited);
+
+TEST(FastLogProcess, FileOverTheSizeLimitIsToldAndTheProcessGoesOn) {
+  auto const child = runChild("fileSizeLimited");
+  EXPECT_EQ(child.signal, 0);
+  EXPECT_EQ(child.exitCode, 0);
+  EXPECT_THAT(child.errors(), testing::EndsWith(": File too large\n"));
+}
+
+void openWithoutStandardError() {
+  ::close(STDERR_FILENO);
+  ::setenv("HWTABLES_FASTLOG", "/nonexistent", 1);
+  FastLog::openDefaultLog();
+  std::_Exit(0);
+}
+TestSupport::ChildRole const openWithoutStandardErrorRole("openWithoutStandardError",
+                                                          openWithoutStandardError);
+
+TEST(FastLogProcess, FailureThatCannotBeToldDoesNotEndTheProcess) {
+  EXPECT_EQ(runChild("openWithoutStandardError").exitCode, 0);
+}
+
 TEST(FastLogProcess, DirectoryThatIsMissingIsToldOnceAndTheHandleStaysNull) {
   auto const child = runChild("hasNoLog", {{"HWTABLES_FASTLOG", "/nonexistent"}});
   EXPECT_EQ(child.exitCode, 0);
