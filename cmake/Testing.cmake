@@ -2,12 +2,20 @@
 # file can be left out. Every test case is a test of CTest.
 include(GoogleTest)
 
+# What the tests of all layers share.
+function(hwtables_add_test_support)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/support/*.cpp)
+  add_library(test_support STATIC ${sources})
+  target_link_libraries(test_support PUBLIC hwtables_options GTest::gmock)
+  target_include_directories(test_support PUBLIC ${CMAKE_SOURCE_DIR})
+endfunction()
+
 function(hwtables_add_tests layer)
   cmake_parse_arguments(ARG "" "" "LIBRARIES" ${ARGN})
   string(REPLACE "/" "_" name "test_${layer}")
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${layer}/*.cpp)
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE hwtables ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE hwtables test_support ${ARG_LIBRARIES} GTest::gtest_main)
   target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
   target_compile_definitions(${name} PRIVATE
     HWTABLES_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" HWTABLES_SOURCE_DIR="${CMAKE_SOURCE_DIR}")

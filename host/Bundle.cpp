@@ -22,6 +22,10 @@ void* load(std::string const& path) {
   void* const handle = ::dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr)
     DOVEL_THROW(BundleException, "Bundle", "cannot load the table bundle: {}", ::dlerror());
+  if (LoamAsicUtils::TableCatalogue::tables().empty()) {
+    ::dlclose(handle);
+    DOVEL_THROW(BundleException, "Bundle", "{} holds no tables", path);
+  }
   return handle;
 }
 

@@ -1,20 +1,22 @@
 #include "runtime/TaskSchedulerRoot.h"
 
 #include <errno.h>
-#include <fmt/format.h>
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
+#include "runtime/Orlo/TraceHandle.h"
 
 namespace {
+
+ORLO_DEFAULT_TRACE_HANDLE("TaskSchedulerRoot")
 
 constexpr char kClass[] = "TaskSchedulerRoot";
 constexpr TaskSchedulerRoot::Id kWakeUp = 0;
@@ -114,8 +116,8 @@ TaskSchedulerRoot::Id TaskSchedulerRoot::timerIs(Clock::duration delay, Clock::d
   Clock::time_point const time =
       now + std::clamp(delay, Clock::duration::zero(), Clock::time_point::max() - now);
   Id const id = ++lastId_;
-  timers.emplace(Due{time, id}, std::make_shared<Timer>(period, std::move(task)));
   timerPlaces_.emplace(id, std::pair{&timers, time});
+  timers.emplace(Due{time, id}, std::make_shared<Timer>(period, std::move(task)));
   return id;
 }
 
@@ -246,7 +248,8 @@ void TaskSchedulerRoot::runTimer(Timers& timers, Due due) {
     timerPlaces_.erase(due.second);
   } else {
     auto const missed = (Clock::now() - due.first) / timer->period;
-    node.key().first = due.first + (missed + 1) * timer->period;
+    Clock::time_point const last = due.first + missed * timer->period;
+    node.key().first = last + std::min(timer->period, Clock::time_point::max() - last);
     timerPlaces_[due.second].second = node.key().first;
     timers.insert(std::move(node));
   }
@@ -288,20 +291,41 @@ void TaskSchedulerRoot::guarded(char const* what, Call&& call) noexcept {
     call();
     return;
   } catch (std::exception const& failure) {
-    ++failedCallbacks_;
-    fmt::print(stderr, "hwtables: a {} of the scheduler failed: {}\n", what, failure.what());
+    callbackFailed(what, failure.what());
   } catch (...) {
-    ++failedCallbacks_;
-    fmt::print(stderr, "hwtables: a {} of the scheduler failed with an unknown exception\n", what);
+    callbackFailed(what, "unknown exception");
   }
 }
 
-namespace Dovel {
+void TaskSchedulerRoot::callbackFailed(char const* what, char const* reason) {
+  ++failedCallbacks_;
+  DOVEL_TRACE(_defaultTraceHandle(), 0, kClass, "a {} failed: {}", what, reason);
+}
 
-// Never given up: callbacks may be posted until the very end of the process.
+namespace Dovel {
+namespace {
+
+std::atomic<TaskSchedulerRoot*> rootOfProcess = nullptr;
+// Left alone by a forked child: its descriptors are the parent's event loop.
+TaskSchedulerRoot* rootOfParent = nullptr;
+
+void handleForks() {
+  [[maybe_unused]] static int const handled =
+      ::pthread_atfork(nullptr, nullptr, [] { rootOfParent = rootOfProcess.exchange(nullptr); });
+}
+
+}  // namespace
+
+// Its first use is never given up: callbacks may be posted until the very end of the process.
 Ptr<TaskSchedulerRoot> schedulerRootDovel() {
-  static auto const& root = *new Ptr<TaskSchedulerRoot>(ptrIsImpl<TaskSchedulerRoot>());
-  return root;
+  TaskSchedulerRoot* root = rootOfProcess;
+  if (root != nullptr) return Ptr<TaskSchedulerRoot>(root);
+  handleForks();
+  auto const made = ptrIsImpl<TaskSchedulerRoot>();
+  made->incUseCount();
+  if (rootOfProcess.compare_exchange_strong(root, made.ptr())) return made;
+  made->decUseImpl();  // another thread was first
+  return Ptr<TaskSchedulerRoot>(root);
 }
 
 }  // namespace Dovel

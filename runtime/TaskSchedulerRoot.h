@@ -3,8 +3,8 @@
 // Thread rule: the scheduler belongs to the thread that made it, or to the last that called ownerIs(). Only
 // post() and stop() may be called by others; runCriticalPriorityTasks() does nothing there, and anything else
 // is an assertion. Callbacks run on the owner. Any callback may add and remove anything, itself included:
-// what has been removed is not called any more. An exception from a callback is told on standard error and
-// counted; the loop goes on. Not to be used in a forked child: the child makes its own.
+// what has been removed is not called any more. An exception from a callback is counted, and traced at level 0
+// on channel "TaskSchedulerRoot"; the loop goes on. Not to be used in a forked child: the child makes its own.
 #pragma once
 
 #include <array>
@@ -121,6 +121,7 @@ class TaskSchedulerRoot : public Dovel::Tracked<TaskSchedulerRoot> {
   void wake();
   template <class Call>
   void guarded(char const* what, Call&& call) noexcept;
+  void callbackFailed(char const* what, char const* reason);
 
   int epoll_ = -1;
   int wakeUp_ = -1;
@@ -140,7 +141,7 @@ class TaskSchedulerRoot : public Dovel::Tracked<TaskSchedulerRoot> {
 namespace Dovel {
 
 // The scheduler of this process, made by the first call, to whose thread it belongs until another calls
-// ownerIs(). Any thread, under the rule of Node.h for use counts.
+// ownerIs(). A forked child has another. Any thread, under the rule of Node.h for use counts.
 Ptr<TaskSchedulerRoot> schedulerRootDovel();
 
 }  // namespace Dovel

@@ -2,47 +2,16 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
+
+#include "runtime/Dovel/WriteSignals.h"
 
 namespace Dovel::Impl {
 namespace {
-
-// Holds back the signals that a failed write sends to its thread, so that they can be taken back.
-class WriteSignals {
- public:
-  WriteSignals() {
-    ::sigemptyset(&blocked_);
-    ::sigaddset(&blocked_, SIGPIPE);
-    ::sigaddset(&blocked_, SIGXFSZ);
-    ::pthread_sigmask(SIG_BLOCK, &blocked_, &before_);
-  }
-  WriteSignals(WriteSignals const&) = delete;
-  WriteSignals& operator=(WriteSignals const&) = delete;
-  ~WriteSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-  void failedWith(int error) {
-    int const number = error == EPIPE ? SIGPIPE : error == EFBIG ? SIGXFSZ : 0;
-    // Where the caller holds the signal back itself, one more pending does no harm and may be the caller's
-    // own.
-    if (number == 0 || ::sigismember(&before_, number) == 1) return;
-    sigset_t one;
-    ::sigemptyset(&one);
-    ::sigaddset(&one, number);
-    timespec const now{};
-    ::sigtimedwait(&one, nullptr, &now);
-  }
-
- private:
-  sigset_t blocked_;
-  sigset_t before_;
-};
 
 class KeepErrno {
  public:
@@ -56,10 +25,14 @@ class KeepErrno {
 };
 
 int openOutput() {
-  char const* const path = std::getenv("HWTABLES_TRACE_FILE");
+  char const* const path = ::secure_getenv("HWTABLES_TRACE_FILE");
   if (path == nullptr || *path == '\0') return STDERR_FILENO;
-  int const file = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (file >= 0) return file;
+  // A pipe without a reader is an error here instead of a wait; later writes do wait for a slow one.
+  int const file = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644);
+  if (file >= 0) {
+    ::fcntl(file, F_SETFL, O_APPEND);
+    return file;
+  }
   int const error = errno;
   tellUser(fmt::format("cannot open HWTABLES_TRACE_FILE {}: {}; traces go to standard error", path,
                        ::strerrordesc_np(error)));

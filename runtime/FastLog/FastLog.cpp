@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <exception>
 
-#include "runtime/Dovel/Exception.h"
+#include "runtime/Dovel/TraceOutput.h"
 
 namespace FastLog {
 namespace {
@@ -20,6 +20,13 @@ std::string defaultPath(char const* directory) {
                      now % 1'000'000);
 }
 
+// A process that had nothing to log, such as one that prints a help text, leaves no file behind.
+void removeEmptyLog() {
+  if (defaultFastLogHandle == nullptr) return;
+  TraceFile const& file = *defaultFastLogHandle->mtTraceFile();
+  if (file.isEmpty()) ::unlink(file.path().c_str());
+}
+
 }  // namespace
 
 TraceHandle* defaultFastLogHandle = nullptr;
@@ -30,8 +37,9 @@ void openDefaultLog() {
   if (defaultFastLogHandle != nullptr || directory == nullptr || *directory == '\0') return;
   try {
     defaultFastLogHandle = new TraceHandle(defaultPath(directory));
-  } catch (Dovel::Exception const& failure) {
-    fmt::print(stderr, "hwtables: no fast log: {}\n", failure.msg());
+    [[maybe_unused]] static bool const registered = std::atexit(removeEmptyLog) == 0;
+  } catch (std::exception const& failure) {
+    Dovel::Impl::tellUser(std::string("no fast log: ") + failure.what());
   }
 }
 

@@ -13,6 +13,7 @@
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
 #include "runtime/Dovel/Rdtsc.h"
+#include "runtime/Dovel/WriteSignals.h"
 #include "runtime/FastLog/Registry.h"
 
 namespace FastLog {
@@ -38,7 +39,11 @@ void* makeAndMap(std::string const& path, std::uint64_t bytes, char const*& step
     return nullptr;
   }
   step = "take the disk space of";
-  error = ::posix_fallocate(fd, 0, static_cast<off_t>(bytes));
+  {
+    Dovel::Impl::WriteSignals signals;
+    error = ::posix_fallocate(fd, 0, static_cast<off_t>(bytes));
+    signals.failedWith(error);
+  }
   void* mapped = nullptr;
   if (error == 0) {
     step = "map";
@@ -96,6 +101,10 @@ void TraceFile::writeHeader() {
   std::memcpy(header_->program, name, std::strlen(name));
   word(header_->ticksPerSecond).store(rate, std::memory_order_relaxed);
   word(header_->magic).store(kMagic, std::memory_order_release);
+}
+
+bool TraceFile::isEmpty() const {
+  return word(header_->startedMessages).load(std::memory_order_relaxed) == 0;
 }
 
 void TraceFile::describe(std::span<std::uint64_t const> descriptor) {

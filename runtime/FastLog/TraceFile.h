@@ -33,6 +33,8 @@ class TraceFile {
   }
 
   std::string const& path() const { return path_; }
+  // Whether no message has been started in it.
+  bool isEmpty() const;
 
   // Appends a message of `count` words.
   void append(std::uint64_t const* words, std::size_t count);

@@ -2,7 +2,9 @@
 
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 #include <type_traits>
@@ -45,10 +47,18 @@ void guardForks() {
   pthread_atfork([] { stock.mutex.lock(); }, [] { stock.mutex.unlock(); }, [] { stock.mutex.unlock(); });
 }
 
+// Where the process's address space is limited, most of it is left to others.
+std::size_t largestRange() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return kLargestRange;
+  return std::min<std::size_t>(kLargestRange, limit.rlim_cur / 4);
+}
+
 void reserveRange() {
   stock.reserved = true;
   guardForks();
-  for (std::size_t size = kLargestRange; size >= kSmallestRange; size /= 8) {
+  for (std::size_t wanted = largestRange(); wanted >= kSmallestRange; wanted /= 8) {
+    std::size_t const size = wanted & ~(kCommitStep - 1);
     // One chunk more than is used, to align the start.
     void* const got =
         ::mmap(nullptr, size + kChunkSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);

@@ -39,7 +39,9 @@ struct ThreadEnd {
   }
 };
 
-ThreadStock* makeThreadStock() {
+// The thread's stock, made if need be; none where the thread is ending or there is no memory.
+ThreadStock* stockOfThread() {
+  if (threadStock != nullptr || threadEnded) return threadStock;
   auto* const mine = static_cast<ThreadStock*>(std::calloc(1, sizeof(ThreadStock)));
   if (mine == nullptr) return nullptr;
   for (std::size_t sizeClass = 0; sizeClass < kSizeClasses; ++sizeClass)
@@ -69,10 +71,10 @@ void* allocSlowly(std::size_t size) {
   DOVEL_ASSERT(size <= kLargestCell, "KilnSlab", "slabAlloc of {} bytes; at most {} are legal", size,
                kLargestCell);
   if (kAlwaysMalloc) return mallocOrThrow(size);
-  if (threadStock == nullptr && !threadEnded) makeThreadStock();
+  ThreadStock* const mine = stockOfThread();
   auto const sizeClass = static_cast<std::uint32_t>(sizeClassOf(size));
-  if (threadStock != nullptr) {
-    Shelf& shelf = threadStock->shelves[sizeClass];
+  if (mine != nullptr) {
+    Shelf& shelf = mine->shelves[sizeClass];
     if (shelf.reserve != nullptr) {
       FreeCell* const cell = std::exchange(shelf.reserve, nullptr);
       shelf.cells = cell->next;
@@ -89,8 +91,9 @@ void* allocSlowly(std::size_t size) {
 void freeSlowly(void* memory, std::uint32_t sizeClass) {
   auto* const cell = static_cast<FreeCell*>(memory);
   cell->next = nullptr;
-  if (threadStock == nullptr) return CentralStock::give(sizeClass, {cell, 1});
-  Shelf& shelf = threadStock->shelves[sizeClass];
+  ThreadStock* const mine = stockOfThread();
+  if (mine == nullptr) return CentralStock::give(sizeClass, {cell, 1});
+  Shelf& shelf = mine->shelves[sizeClass];
   if (shelf.reserve != nullptr) CentralStock::give(sizeClass, {shelf.reserve, shelf.limit});
   shelf.reserve = shelf.cells;
   shelf.cells = cell;

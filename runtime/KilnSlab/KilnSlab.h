@@ -84,7 +84,7 @@ struct ThreadStock {
   std::array<Shelf, kSizeClasses> shelves;
 };
 
-// Null before the thread's first allocation and after its end.
+// Null before the thread's first use of the slab and after its end.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local ThreadStock* threadStock;
 
 // The reserved range. The size is published last and read first: a size other than 0 goes with its start.

@@ -22,14 +22,20 @@ Registry& registry() {
 
 }  // namespace
 
-// Two libraries may each hold a tracker pointer of the same class; they share the tracker, found by type.
+// By name, as a library that is loaded again brings its types along again. Only the name of a type in an
+// unnamed namespace may be that of another type, too.
+bool AllocTrackTypeInfo::isOf(std::type_info const& type) const {
+  return name_ == type.name() && (type_ == &type || name_.find("_GLOBAL__N_") == std::string::npos);
+}
+
+// Two libraries may each hold a tracker pointer of the same class; they share the tracker.
 AllocTrackTypeInfo* AllocTrackTypeInfo::registerTracker(AllocTrackTypeInfo** tracker,
                                                         std::type_info const& type, std::size_t size,
                                                         std::size_t alignment) {
   Registry& all = registry();
   std::lock_guard const lock(all.mutex);
   auto const found = std::find_if(all.trackers.begin(), all.trackers.end(),
-                                  [&](AllocTrackTypeInfo const* known) { return known->type_ == type; });
+                                  [&](AllocTrackTypeInfo const* known) { return known->isOf(type); });
   AllocTrackTypeInfo* const known = found != all.trackers.end()
                                         ? const_cast<AllocTrackTypeInfo*>(*found)
                                         : new AllocTrackTypeInfo(type, size, alignment);
@@ -46,8 +52,8 @@ std::vector<AllocTrackTypeInfo const*> AllocTrackTypeInfo::trackers() {
 
 Dovel::String AllocTrackTypeInfo::typeName() const {
   int status = 0;
-  char* const readable = abi::__cxa_demangle(type_.name(), nullptr, nullptr, &status);
-  if (readable == nullptr) return type_.name();
+  char* const readable = abi::__cxa_demangle(name_.c_str(), nullptr, nullptr, &status);
+  if (readable == nullptr) return name_;
   Dovel::String name(readable);
   std::free(readable);
   return name;

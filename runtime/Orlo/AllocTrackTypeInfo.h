@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <typeinfo>
 #include <vector>
 
@@ -53,11 +54,13 @@ class AllocTrackTypeInfo {
 
  private:
   AllocTrackTypeInfo(std::type_info const& type, std::size_t size, std::size_t alignment)
-      : type_(type), size_(size), alignment_(alignment) {}
+      : name_(type.name()), type_(&type), size_(size), alignment_(alignment) {}
+  bool isOf(std::type_info const& type) const;
   static AllocTrackTypeInfo* registerTracker(AllocTrackTypeInfo** tracker, std::type_info const& type,
                                              std::size_t size, std::size_t alignment);
 
-  std::type_info const& type_;
+  std::string const name_;
+  void const* const type_;  // no longer there once the type's library was unloaded
   std::size_t size_;
   std::size_t alignment_;
   std::atomic<Count> made_{0};

@@ -152,4 +152,13 @@ TEST(CatalogueCommand, BundleThatCannotBeLoadedExitsWithOneAndSaysWhich) {
   EXPECT_THAT(outcome.err, StartsWith("hwtables: cannot load the table bundle: /nonexistent.so: "));
 }
 
+TEST(CatalogueCommand, LibraryWithoutTablesExitsWithOneAndSaysSo) {
+  for (std::string const command : {"HWTABLES catalogue", "HWTABLES catalogue MplsIsemHwEm"}) {
+    Outcome const outcome = runShell(command + " --bundle " HWTABLES_BIN_DIR "/../lib/libhwtables.so");
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, testing::MatchesRegex("hwtables: .*/libhwtables.so holds no tables\n"));
+  }
+}
+
 }  // namespace

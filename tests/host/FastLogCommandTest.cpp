@@ -5,12 +5,13 @@
 
 #include "runtime/FastLog/FastLog.h"
 #include "tests/host/Program.h"
-#include "tests/runtime/TempDir.h"
+#include "tests/support/Files.h"
 
 namespace {
 
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using TestSupport::TempDir;
 
 class FastLogCommandTest : public testing::Test {
  protected:

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include "tests/host/Program.h"
+#include "tests/support/Files.h"
 
 namespace {
 
@@ -28,6 +30,28 @@ TEST(Program, UsageErrorsExitWithTwoAndSayWhatIsWrong) {
   EXPECT_THAT(missing.err, StartsWith("FILE is required\n"));
   EXPECT_EQ(runShell("HWTABLES fastlog a b").exitCode, 2);
   EXPECT_EQ(runShell("HWTABLES fastlog --bad a").exitCode, 2);
+}
+
+TEST(Program, DoesNotWaitForAReaderOfItsTraceFile) {
+  Outcome const outcome = runShell(
+      "cd $(mktemp -d) && mkfifo trace && HWTABLES_TRACE_FILE=$PWD/trace timeout 10 HWTABLES --version; "
+      "code=$?; "
+      "rm -r $PWD; exit $code");
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.err, HasSubstr("traces go to standard error"));
+}
+
+// Whoever starts it could write with its rights else.
+TEST(Program, WithRaisedPrivilegesMakesNoFileThatTheEnvironmentNames) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can make a program of another user";
+  TestSupport::TempDir const dir;
+  std::string const program = dir.file("program");
+  Outcome const outcome =
+      runShell("chmod 777 " + dir.path() + " && cp HWTABLES " + program + " && chown 65534 " + program +
+               " && chmod 4755 " + program + " && HWTABLES_TRACE_FILE=" + dir.file("trace") +
+               " HWTABLES_FASTLOG=" + dir.path() + " " + program + " --version");
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_THAT(dir.files(), testing::ElementsAre(program));
 }
 
 TEST(Program, HelpThatCannotBeWrittenIsAFailure) {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "runtime/Dovel/Util.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 

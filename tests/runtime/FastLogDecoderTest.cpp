@@ -7,13 +7,14 @@
 #include <random>
 
 #include "runtime/FastLog/FastLog.h"
-#include "tests/runtime/TempDir.h"
+#include "tests/support/Files.h"
 
 namespace {
 
 using FastLog::decode;
 using testing::HasSubstr;
 using testing::StartsWith;
+using TestSupport::TempDir;
 
 std::string refusal(std::string const& path) {
   try {

@@ -1,24 +1,27 @@
-// The log across the ends and forks of real processes. A child is this program again, run with one disabled
-// test.
+// The log across the ends and forks of real processes.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
+#include <cstdlib>
+#include <filesystem>
 #include <map>
-#include <sstream>
 #include <thread>
 
 #include "runtime/FastLog/Decoder.h"
 #include "runtime/FastLog/FastLog.h"
 #include "tests/runtime/SelfCheck.h"
-#include "tests/runtime/TempDir.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 
 namespace {
 
+using TestSupport::runChild;
+using TestSupport::TempDir;
 constexpr std::size_t kThreads = 2;
 
 // Numbers that a process leaves behind for another, whatever becomes of it.
@@ -51,53 +54,28 @@ int waitedFor(pid_t pid) {
   return status;
 }
 
-// Runs one disabled test of this program with HWTABLES_FASTLOG set, or unset where directory is null. Returns
-// what it wrote to standard error, and its exit status.
-std::pair<std::string, int> runChild(char const* directory, std::string const& test, TempDir const& dir) {
-  std::string const errors = dir.file("stderr");
-  pid_t const pid = forked([&] {
-    if (directory != nullptr) {
-      ::setenv("HWTABLES_FASTLOG", directory, 1);
-    } else {
-      ::unsetenv("HWTABLES_FASTLOG");
-    }
-    [[maybe_unused]] auto* out = std::freopen("/dev/null", "w", stdout);
-    [[maybe_unused]] auto* err = std::freopen(errors.c_str(), "w", stderr);
-    std::string const filter = "--gtest_filter=FastLogChild.DISABLED_" + test;
-    ::execl("/proc/self/exe", "child", filter.c_str(), "--gtest_also_run_disabled_tests", nullptr);
-    ::_exit(127);
-  });
-  int const status = waitedFor(pid);
-  std::ostringstream told;
-  told << std::ifstream(errors).rdbuf();
-  return {told.str(), status};
-}
-
-TEST(FastLogChild, DISABLED_HasNoLog) {
-  EXPECT_EQ(FastLog::defaultFastLogHandle, nullptr);
+void hasNoLog() {
   int evaluated = 0;
   FASTLOG(FastLog::defaultFastLogHandle, "value {}", ++evaluated);
-  EXPECT_EQ(evaluated, 0);
+  bool const none = FastLog::defaultFastLogHandle == nullptr && evaluated == 0;
+  std::_Exit(none ? 0 : 1);
 }
+TestSupport::ChildRole const hasNoLogRole("hasNoLog", hasNoLog);
 
-TEST(FastLogChild, DISABLED_LogsOneMessage) {
-  ASSERT_NE(FastLog::defaultFastLogHandle, nullptr);
-  FASTLOG(FastLog::defaultFastLogHandle, "hello from {}", ::getpid());
-}
+void logsOneMessage() { FASTLOG(FastLog::defaultFastLogHandle, "hello from {}", ::getpid()); }
+TestSupport::ChildRole const logsOneMessageRole("logsOneMessage", logsOneMessage);
 
 TEST(FastLogProcess, WithoutTheVariableTheHandleIsNullAndNothingIsEvaluated) {
-  TempDir const dir;
-  auto const [told, status] = runChild(nullptr, "HasNoLog", dir);
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(told, "");
-  EXPECT_EQ(runChild("", "HasNoLog", dir).second, 0);
+  auto const unset = runChild("hasNoLog");
+  EXPECT_EQ(unset.exitCode, 0);
+  EXPECT_EQ(unset.errors(), "");
+  EXPECT_EQ(runChild("hasNoLog", {{"HWTABLES_FASTLOG", ""}}).exitCode, 0);
 }
 
 TEST(FastLogProcess, WithTheVariableEachProcessHasAFileFromItsLoadOn) {
-  TempDir const dir;
   TempDir const logs;
-  EXPECT_EQ(runChild(logs.path().c_str(), "LogsOneMessage", dir).second, 0);
-  EXPECT_EQ(runChild(logs.path().c_str(), "LogsOneMessage", dir).second, 0);
+  EXPECT_EQ(runChild("logsOneMessage", {{"HWTABLES_FASTLOG", logs.path()}}).exitCode, 0);
+  EXPECT_EQ(runChild("logsOneMessage", {{"HWTABLES_FASTLOG", logs.path()}}).exitCode, 0);
   auto const files = logs.files();
   ASSERT_EQ(files.size(), 2U);
   for (std::string const& file : files) {
@@ -108,13 +86,64 @@ TEST(FastLogProcess, WithTheVariableEachProcessHasAFileFromItsLoadOn) {
   }
 }
 
+TestSupport::ChildRole const logsNothingRole("logsNothing", [] {});
+
+TEST(FastLogProcess, FileWithoutMessagesIsGoneAfterTheProcess) {
+  TempDir const logs;
+  EXPECT_EQ(runChild("logsNothing", {{"HWTABLES_FASTLOG", logs.path()}}).exitCode, 0);
+  EXPECT_THAT(logs.files(), testing::IsEmpty());
+}
+
+void makesAChildThatExits() {
+  pid_t const pid = forked([] { std::exit(0); });
+  bool const stands =
+      waitedFor(pid) == 0 &&
+      std::distance(std::filesystem::directory_iterator(std::getenv("HWTABLES_FASTLOG")), {}) == 1;
+  std::_Exit(stands ? 0 : 1);
+}
+TestSupport::ChildRole const makesAChildThatExitsRole("makesAChildThatExits", makesAChildThatExits);
+
+TEST(FastLogProcess, ForkedChildThatExitsLeavesItsParentsFileAlone) {
+  TempDir const logs;
+  EXPECT_EQ(runChild("makesAChildThatExits", {{"HWTABLES_FASTLOG", logs.path()}}).exitCode, 0);
+}
+
+void fileSizeLimited() {
+  rlimit const limit{4096, 4096};
+  ::setrlimit(RLIMIT_FSIZE, &limit);
+  ::setenv("HWTABLES_FASTLOG", std::filesystem::temp_directory_path().c_str(), 1);
+  FastLog::openDefaultLog();
+  std::_Exit(FastLog::defaultFastLogHandle == nullptr ? 0 : 1);
+}
+TestSupport::ChildRole const fileSizeLimitedRole("fileSizeLimited", fileSizeLimited);
+
+TEST(FastLogProcess, FileOverTheSizeLimitIsToldAndTheProcessGoesOn) {
+  auto const child = runChild("fileSizeLimited");
+  EXPECT_EQ(child.signal, 0);
+  EXPECT_EQ(child.exitCode, 0);
+  EXPECT_THAT(child.errors(), testing::EndsWith(": File too large\n"));
+}
+
+void openWithoutStandardError() {
+  ::close(STDERR_FILENO);
+  ::setenv("HWTABLES_FASTLOG", "/nonexistent", 1);
+  FastLog::openDefaultLog();
+  std::_Exit(0);
+}
+TestSupport::ChildRole const openWithoutStandardErrorRole("openWithoutStandardError",
+                                                          openWithoutStandardError);
+
+TEST(FastLogProcess, FailureThatCannotBeToldDoesNotEndTheProcess) {
+  EXPECT_EQ(runChild("openWithoutStandardError").exitCode, 0);
+}
+
 TEST(FastLogProcess, DirectoryThatIsMissingIsToldOnceAndTheHandleStaysNull) {
-  TempDir const dir;
-  auto const [told, status] = runChild("/nonexistent", "HasNoLog", dir);
-  EXPECT_EQ(status, 0);
-  EXPECT_THAT(told, testing::MatchesRegex(
-                        "hwtables: no fast log: cannot make the log file "
-                        "/nonexistent/hwtables-[0-9]+-[0-9.]+fastlog: No such file or directory\n"));
+  auto const child = runChild("hasNoLog", {{"HWTABLES_FASTLOG", "/nonexistent"}});
+  EXPECT_EQ(child.exitCode, 0);
+  EXPECT_THAT(child.errors(),
+              testing::MatchesRegex("hwtables: no fast log: cannot make the log file "
+                                    "/nonexistent/hwtables-[0-9]+-[0-9.]+fastlog: No such file or "
+                                    "directory\n"));
 }
 
 TEST(FastLogProcess, KilledWriterLeavesWholeMessagesUpToItsEnd) {

@@ -9,10 +9,11 @@
 #include "runtime/FastLog/Decoder.h"
 #include "runtime/FastLog/FastLog.h"
 #include "tests/runtime/SelfCheck.h"
-#include "tests/runtime/TempDir.h"
+#include "tests/support/Files.h"
 
 namespace {
 
+using TestSupport::TempDir;
 constexpr int kNoTracing = 77;
 constexpr std::uint64_t kBefore = 40;    // the ring has been full for long
 constexpr std::uint64_t kStepped = 149;  // takes four cells

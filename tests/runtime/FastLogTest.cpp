@@ -8,13 +8,14 @@
 
 #include "runtime/Dovel/Exception.h"
 #include "runtime/FastLog/Decoder.h"
-#include "tests/runtime/TempDir.h"
+#include "tests/support/Files.h"
 
 namespace {
 
 using FastLog::decode;
 using FastLog::DecodedLog;
 using FastLog::TraceHandle;
+using TestSupport::TempDir;
 
 std::vector<std::string> texts(DecodedLog const& log) {
   std::vector<std::string> all;

@@ -9,10 +9,11 @@
 #include "runtime/FastLog/Decoder.h"
 #include "runtime/FastLog/FastLog.h"
 #include "tests/runtime/SelfCheck.h"
-#include "tests/runtime/TempDir.h"
+#include "tests/support/Files.h"
 
 namespace {
 
+using TestSupport::TempDir;
 constexpr std::uint64_t kThreads = 4;
 constexpr std::uint64_t kMessages = 5000;
 constexpr int kLiveReads = 200;

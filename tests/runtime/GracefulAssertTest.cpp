@@ -3,7 +3,7 @@
 #include <csignal>
 
 #include "runtime/Asic/GracefulAssert.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "runtime/Dovel/Util.h"
 #include "runtime/Orlo/HwAbstractionLog.h"
 #include "runtime/Orlo/Log.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 

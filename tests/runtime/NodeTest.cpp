@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <latch>
 #include <stdexcept>
 #include <thread>
@@ -237,6 +239,37 @@ TEST(AllocTrack, CountsArraysAndSharesOneTrackerBetweenTwoPointersOfAType) {
   AllocTrackTypeInfo::trackDeallocation(there);
   EXPECT_EQ(here->liveCount(), 25U);
   EXPECT_EQ(here->totalCount(), 41U);
+}
+
+// What is left of a class after its library was unloaded: addresses without memory.
+class UnloadedType {
+ public:
+  UnloadedType() {
+    void* const page = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    auto* const name = static_cast<char*>(page) + 512;
+    std::strcpy(name, "12UnloadedType");
+    auto const* const type = ::new (page) Type(name);
+    AllocTrackTypeInfo::_trackAllocation(&tracker_, *type, 24, 8);
+    ::munmap(page, 4096);
+  }
+  AllocTrackTypeInfo const& tracker() const { return *tracker_; }
+
+ private:
+  struct Type : std::type_info {
+    explicit Type(char const* name) : std::type_info(name) {}
+  };
+  AllocTrackTypeInfo* tracker_ = nullptr;
+};
+
+TEST(AllocTrack, OutlivesTheLibraryOfAClassAndGoesOnWhenItIsLoadedAgain) {
+  UnloadedType const before;
+  EXPECT_EQ(before.tracker().typeName(), "UnloadedType");
+  struct Other {};
+  AllocTrackTypeInfo* other = nullptr;
+  AllocTrackTypeInfo::_trackAllocation(&other, typeid(Other), 1, 1);
+  UnloadedType const again;
+  EXPECT_EQ(&again.tracker(), &before.tracker());
+  EXPECT_EQ(before.tracker().liveCount(), 2U);
 }
 
 TEST(Node, CountsExactlyUnderTwoThreadsOnceThreadsMayRun) {

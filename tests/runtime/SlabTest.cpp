@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 
 #include <cstdlib>
@@ -11,7 +12,7 @@
 #include <vector>
 
 #include "runtime/KilnSlab/KilnSlab.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Seed.h"
 
@@ -148,6 +149,17 @@ TEST(Slab, CellsThatWereFreedAreUsedAgain) {
   for (void* cell : second) slabFree(cell, typeid(char));
 }
 
+// Each of its frees would take the lock that all threads share.
+TEST(Slab, AThreadThatOnlyFreesKeepsCellsOfItsOwn) {
+  void* const cell = slabAlloc(3400);
+  std::thread([&] {
+    slabFree(cell, typeid(char));
+    ASSERT_NE(KilnSlab::Impl::threadStock, nullptr);
+    EXPECT_EQ(slabAlloc(3400), cell);
+    slabFree(cell, typeid(char));
+  }).join();
+}
+
 struct FreesLate {
   ~FreesLate() {
     for (void* cell : cells) slabFree(cell, typeid(FreesLate));
@@ -191,6 +203,19 @@ TestSupport::ChildRole const useSlabWithoutRangeRole("useSlabWithoutRange", useS
 
 TEST(Slab, WorksOnMallocWhereNoRangeCanBeReserved) {
   EXPECT_EQ(TestSupport::runChild("useSlabWithoutRange").exitCode, 0);
+}
+
+void useSlabUnderLimit() {
+  rlimit const limit{1200 << 20, 1200 << 20};
+  if (::setrlimit(RLIMIT_AS, &limit) != 0) std::_Exit(1);
+  if (!isSlabMemory(slabAlloc(64))) std::_Exit(2);
+  void* const others = ::mmap(nullptr, 600 << 20, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  std::_Exit(others != MAP_FAILED ? 0 : 3);
+}
+TestSupport::ChildRole const useSlabUnderLimitRole("useSlabUnderLimit", useSlabUnderLimit);
+
+TEST(Slab, LeavesMostOfALimitedAddressSpaceToOthers) {
+  EXPECT_EQ(TestSupport::runChild("useSlabUnderLimit").exitCode, 0);
 }
 #endif
 

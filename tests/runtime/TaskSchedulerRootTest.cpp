@@ -2,18 +2,22 @@
 
 #include <gmock/gmock.h>
 #include <sys/eventfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
 #include "runtime/Dovel/Exception.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using Priority = TaskSchedulerRoot::Priority;
 using Readiness = TaskSchedulerRoot::Readiness;
 
@@ -233,6 +237,42 @@ TEST_F(SchedulerTest, BackgroundTasksWaitForATurnWithNothingElse) {
   EXPECT_THAT(seen_, ElementsAre("normal", "background 1", "background 2"));
 }
 
+void failWithoutStandardError() {
+  ::close(STDERR_FILENO);
+  auto const scheduler = Dovel::ptrIsImpl<TaskSchedulerRoot>();
+  scheduler->post(Priority::normal, [] { throw std::runtime_error("no luck"); });
+  scheduler->runOnce(0ms);
+  std::_Exit(scheduler->failedCallbacks() == 1 ? 0 : 1);
+}
+TestSupport::ChildRole const failWithoutStandardErrorRole("failWithoutStandardError",
+                                                          failWithoutStandardError);
+
+TEST(Scheduler, ExceptionOfACallbackThatCannotBeToldDoesNotEndTheProcess) {
+  auto const child = TestSupport::runChild("failWithoutStandardError");
+  EXPECT_EQ(child.signal, 0);
+  EXPECT_EQ(child.exitCode, 0);
+}
+
+TEST(Scheduler, ForkedChildHasOneOfItsOwn) {
+  auto const parents = Dovel::schedulerRootDovel();
+  pid_t const child = ::fork();
+  if (child == 0) {
+    auto const mine = Dovel::schedulerRootDovel();
+    ::_exit(mine != parents && mine == Dovel::schedulerRootDovel() ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(Dovel::schedulerRootDovel(), parents);
+}
+
+TEST_F(SchedulerTest, TimerOfTheLongestPeriodRunsOnce) {
+  scheduler_->timerIs(0ms, TaskSchedulerRoot::Clock::duration::max(), note("once"));
+  turn();
+  turn();
+  EXPECT_THAT(seen_, ElementsAre("once"));
+}
+
 TEST_F(SchedulerTest, ExceptionOfACallbackIsToldAndTheOthersStillRun) {
   testing::internal::CaptureStderr();
   scheduler_->post(Priority::critical, [] { throw std::runtime_error("no luck"); });
@@ -241,10 +281,10 @@ TEST_F(SchedulerTest, ExceptionOfACallbackIsToldAndTheOthersStillRun) {
   scheduler_->runCriticalPriorityTasks();
   scheduler_->timerIs(0ms, 0ms, [] { throw std::runtime_error("late"); });
   turn();
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "hwtables: a critical task of the scheduler failed: no luck\n"
-            "hwtables: a critical task of the scheduler failed with an unknown exception\n"
-            "hwtables: a timer of the scheduler failed: late\n");
+  std::string const place = "[^ ]+ [0-9]+ TaskSchedulerRoot 0 runtime/TaskSchedulerRoot.cpp:[0-9]+ [^ ]+ ";
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              MatchesRegex(place + "a critical task failed: no luck\n" + place +
+                           "a critical task failed: unknown exception\n" + place + "a timer failed: late\n"));
   EXPECT_THAT(seen_, ElementsAre("after"));
   EXPECT_EQ(scheduler_->failedCallbacks(), 3U);
   scheduler_->post(Priority::critical, note("still critical"));

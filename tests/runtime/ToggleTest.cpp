@@ -4,7 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ TestSupport::ChildRole const readTogglesRole("readToggles", readToggles);
 
 class Toggle : public ::testing::Test {
  protected:
-  void file(std::string const& text) { TestSupport::writeFile(directory_.path("Vault.json"), text); }
+  void file(std::string const& text) { TestSupport::writeFile(directory_.file("Vault.json"), text); }
   std::string answers() const { return run({{"HWTABLES_TRACE", "Toggle/0"}}); }
   std::string reasons() const { return run({{"HWTABLES_TRACE", "Toggle/1"}}); }
 
@@ -33,10 +34,10 @@ class Toggle : public ::testing::Test {
     EXPECT_EQ(answers(), "off on ");
     EXPECT_THAT(reasons(), AllOf(HasSubstr(" Toggle 1 runtime/Dovel/Toggle.cpp:"),
                                  HasSubstr("toggle FullCoreDump keeps its default true: " +
-                                           directory_.path("Vault.json") + " " + reason)));
+                                           directory_.file("Vault.json") + " " + reason)));
   }
 
-  TestSupport::TemporaryDirectory const directory_;
+  TestSupport::TempDir const directory_;
 
  private:
   std::string run(std::map<std::string, std::string> environment) const {
@@ -76,7 +77,7 @@ TEST_F(Toggle, KeepsItsDefaultWhereTheValueIsNotABoolean) {
 }
 
 TEST_F(Toggle, KeepsItsDefaultWhereTheFileIsAFolder) {
-  ASSERT_EQ(::mkdir(directory_.path("Vault.json").c_str(), 0755), 0);
+  ASSERT_EQ(::mkdir(directory_.file("Vault.json").c_str(), 0755), 0);
   expectDefault("");
 }
 

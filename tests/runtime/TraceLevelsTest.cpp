@@ -3,7 +3,7 @@
 #include "runtime/Dovel/DebugHandler.h"
 #include "runtime/Dovel/TraceChannel.h"
 #include "runtime/Orlo/TraceHandle.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
@@ -164,6 +164,13 @@ TEST(TraceEnvironment, IsToldOnceAndIgnoredWhereItIsMalformed) {
             "hwtables: HWTABLES_TRACE is malformed and has no effect: element 3 \"18\": \"18\" is not a "
             "level of 0 to "
             "15\n1 1 1 ");
+}
+
+TestSupport::ChildRole const tracesNothingRole("tracesNothing", [] {});
+
+TEST(TraceEnvironment, IsToldWhereItIsMalformedAlsoByAProcessThatTracesNothing) {
+  EXPECT_THAT(TestSupport::runChild("tracesNothing", {{"HWTABLES_TRACE", "nonsense"}}).errors(),
+              testing::StartsWith("hwtables: HWTABLES_TRACE is malformed"));
 }
 
 }  // namespace

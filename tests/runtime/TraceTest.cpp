@@ -15,7 +15,8 @@
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
 #include "runtime/Orlo/TraceHandle.h"
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 
 namespace {
 
@@ -83,8 +84,8 @@ TEST(TraceLine, TellsTheTimeInUtc) {
 }
 
 TEST(TraceFile, IsAppendedTo) {
-  TestSupport::TemporaryDirectory const directory;
-  std::string const file = directory.path("trace");
+  TestSupport::TempDir const directory;
+  std::string const file = directory.file("trace");
   TestSupport::writeFile(file, "before\n");
   auto const child = TestSupport::runChild("traceShapes", {{"HWTABLES_TRACE_FILE", file}});
   EXPECT_EQ(child.exitCode, 0);
@@ -147,12 +148,12 @@ void traceOverSizeLimit() {
 TestSupport::ChildRole const traceOverSizeLimitRole("traceOverSizeLimit", traceOverSizeLimit);
 
 TEST(FailedTrace, SurvivesAFileAtItsSizeLimit) {
-  TestSupport::TemporaryDirectory const directory;
+  TestSupport::TempDir const directory;
   auto const child =
-      TestSupport::runChild("traceOverSizeLimit", {{"HWTABLES_TRACE_FILE", directory.path("trace")}});
+      TestSupport::runChild("traceOverSizeLimit", {{"HWTABLES_TRACE_FILE", directory.file("trace")}});
   EXPECT_EQ(child.signal, 0);
   EXPECT_EQ(child.exitCode, 0);
-  EXPECT_THAT(TestSupport::linesOf(directory.path("trace")), IsEmpty());
+  EXPECT_THAT(TestSupport::linesOf(directory.file("trace")), IsEmpty());
 }
 
 void traceAcrossFork() {
@@ -201,11 +202,11 @@ void traceFromTwoThreads() {
 TestSupport::ChildRole const traceFromTwoThreadsRole("traceFromTwoThreads", traceFromTwoThreads);
 
 TEST(TraceLine, IsNeverMixedWithOneOfAnotherThread) {
-  TestSupport::TemporaryDirectory const directory;
-  ASSERT_EQ(TestSupport::runChild("traceFromTwoThreads", {{"HWTABLES_TRACE_FILE", directory.path("trace")}})
+  TestSupport::TempDir const directory;
+  ASSERT_EQ(TestSupport::runChild("traceFromTwoThreads", {{"HWTABLES_TRACE_FILE", directory.file("trace")}})
                 .exitCode,
             0);
-  auto const lines = TestSupport::linesOf(directory.path("trace"));
+  auto const lines = TestSupport::linesOf(directory.file("trace"));
   ASSERT_THAT(lines, SizeIs(2 * kLinesOfAThread));
   std::regex const shape(R"(\S+Z \d+ Threads 0 tests/runtime/TraceTest\.cpp:\d+ operator\(\) (\d+) (a*|b*))");
   for (auto const& line : lines) {
@@ -277,12 +278,12 @@ void assertWithSink() {
 TestSupport::ChildRole const assertWithSinkRole("assertWithSink", assertWithSink);
 
 TEST(AssertWithSink, PutsTheMessageIntoTheTraceFileToo) {
-  TestSupport::TemporaryDirectory const directory;
+  TestSupport::TempDir const directory;
   auto const child =
-      TestSupport::runChild("assertWithSink", {{"HWTABLES_TRACE_FILE", directory.path("trace")}});
+      TestSupport::runChild("assertWithSink", {{"HWTABLES_TRACE_FILE", directory.file("trace")}});
   EXPECT_EQ(child.signal, SIGABRT);
   EXPECT_THAT(child.writes, ElementsAre("slot 9\n"));
-  EXPECT_THAT(TestSupport::linesOf(directory.path("trace")),
+  EXPECT_THAT(TestSupport::linesOf(directory.file("trace")),
               ElementsAre(EndsWith(" SlotTable::grow slot 9")));
 }
 

@@ -66,6 +66,7 @@ Dovel::Ptr<DmaMemPoolBuffer> dmaMemPoolBufferFactory(Dovel::Ptr<DmaMemPoolManage
 
 // A pool of `count` buffers of `bufSize` bytes in memory of this process; its DMA addresses start at
 // dmaStart, one buffer after the other. Throws Dovel::MemoryResourceException where there is no such memory.
+// A pool of buffers without bytes has none to give.
 Dovel::Ptr<DmaMemPoolManager> localMemPoolFactory(Dovel::String const& name, std::size_t bufSize,
                                                   std::size_t count, std::uint64_t dmaStart);
 

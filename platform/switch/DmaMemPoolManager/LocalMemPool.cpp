@@ -29,19 +29,24 @@ class LocalMemPool : public Dovel::Tracked<LocalMemPool, DmaMemPoolManager> {
   std::vector<std::size_t> free_;  // numbers of the buffers that nobody holds; never reallocated
 };
 
+[[noreturn]] void refuse(std::size_t bufSize, std::size_t count) {
+  DOVEL_THROW(Dovel::MemoryResourceException, "LocalMemPool", "no memory for {} buffers of {} bytes", count,
+              bufSize);
+}
+
 LocalMemPool::LocalMemPool(Dovel::String const& name, std::size_t bufSize, std::size_t count,
                            std::uint64_t dmaStart)
     : name_(name), bufSize_(bufSize), dmaStart_(dmaStart) {
-  if (__builtin_mul_overflow(bufSize, count, &bytes_))
-    DOVEL_THROW(Dovel::MemoryResourceException, "LocalMemPool", "no memory for {} buffers of {} bytes", count,
-                bufSize);
-  free_.reserve(count);
-  for (std::size_t number = count; number > 0; --number) free_.push_back(number - 1);
+  if (__builtin_mul_overflow(bufSize, count, &bytes_)) refuse(bufSize, count);
   if (bytes_ == 0) return;
+  try {
+    free_.reserve(count);
+  } catch (std::exception const&) {
+    refuse(bufSize, count);
+  }
   void* const memory = ::mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED)
-    DOVEL_THROW(Dovel::MemoryResourceException, "LocalMemPool", "no memory for {} buffers of {} bytes", count,
-                bufSize);
+  if (memory == MAP_FAILED) refuse(bufSize, count);
+  for (std::size_t number = count; number > 0; --number) free_.push_back(number - 1);
   memory_ = reinterpret_cast<std::uint64_t>(memory);
 }
 

@@ -37,8 +37,10 @@ bool Fapmask::fapId(FapId fap) const { return (words_[fap.value() / 64] >> fap.v
 
 FapIdList Fapmask::fapIds() const { return FapIdList(*this); }
 
-FapId Fapmask::nextFapId(FapId fap) const {
-  unsigned const next = nextBit(words_, fap.isNull() ? 0 : fap.value() + 1U);
+FapId Fapmask::nextFapId(FapId fap) const { return firstFrom(fap.isNull() ? 0 : fap.value() + 1U); }
+
+FapId Fapmask::firstFrom(unsigned number) const {
+  unsigned const next = nextBit(words_, number);
   return next == kBits ? FapId::null() : FapId(next);
 }
 
@@ -52,11 +54,11 @@ FapIdList::FapIdList(Fapmask const& mask) : mask_(mask) {
 }
 
 FapIdList::Iterator::Iterator(FapIdList const& list, std::size_t left) : list_(&list), left_(left) {
-  if (left_ != 0) at_ = list.mask_.nextFapId(FapId::null());
+  if (left_ != 0) at_ = list.mask_.firstFrom(0);
 }
 
 FapIdList::Iterator& FapIdList::Iterator::operator++() {
-  if (--left_ != 0) at_ = list_->mask_.nextFapId(at_);
+  if (--left_ != 0) at_ = list_->mask_.firstFrom(at_.value() + 1U);
   return *this;
 }
 

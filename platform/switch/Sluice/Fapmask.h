@@ -36,6 +36,10 @@ class Fapmask {
   friend bool operator==(Fapmask const& a, Fapmask const& b) = default;
 
  private:
+  friend class FapIdList;
+  // The lowest member of that number or above; null if there is none.
+  FapId firstFrom(unsigned number) const;
+
   Words words_{};
 };
 static_assert(sizeof(Fapmask) == 32);

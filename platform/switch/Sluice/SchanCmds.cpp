@@ -2,27 +2,28 @@
 
 #include <utility>
 
+#include "runtime/Dovel/Format.h"
+
 namespace Sluice {
 
 SchanCmds::~SchanCmds() { markBeingDestroyed(); }
 SchanCmdBatches::~SchanCmdBatches() { markBeingDestroyed(); }
 
-void SchanCmds::cmdEnq(Dovel::Ptr<SchanCmd> const& cmd) { cmds_.push_back(cmd); }
+void SchanCmds::cmdEnq(Dovel::Ptr<SchanCmd> const& cmd) {
+  DOVEL_ASSERT(cmd != nullptr, "Sluice::SchanCmds", "a null command for a list");
+  cmds_.push_back(cmd);
+}
 
 Dovel::Ptr<SchanCmd> SchanCmds::cmdDeq() {
   if (empty()) return nullptr;
-  Dovel::Ptr<SchanCmd> oldest = std::move(cmds_[oldest_++]);
-  if (empty()) {
-    cmds_.clear();
-    oldest_ = 0;
-  }
+  Dovel::Ptr<SchanCmd> oldest = std::move(cmds_.front());
+  cmds_.pop_front();
   return oldest;
 }
 
 void SchanCmds::cmdsEnq(SchanCmds& source) {
   if (&source == this) return;
-  cmds_.reserve(cmds_.size() + source.size());
-  while (Dovel::Ptr<SchanCmd> cmd = source.cmdDeq()) cmds_.push_back(std::move(cmd));
+  for (; !source.empty(); source.cmds_.pop_front()) cmds_.push_back(std::move(source.cmds_.front()));
 }
 
 Dovel::Ptr<SchanCmds> schanCmdsFactory() { return Dovel::ptrIsImpl<SchanCmds>(); }

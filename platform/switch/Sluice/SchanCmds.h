@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <vector>
 
 #include "platform/switch/Sluice/SchanCmd.h"
@@ -15,18 +16,18 @@ class SchanCmds : public Dovel::Tracked<SchanCmds> {
  public:
   ~SchanCmds() override;
 
+  // A null command is a fault of the program and ends the process.
   void cmdEnq(Dovel::Ptr<SchanCmd> const& cmd);
   // Removes the oldest command; null when the list is empty.
   Dovel::Ptr<SchanCmd> cmdDeq();
   // Moves all commands of another list to the end of this one, in their order.
   void cmdsEnq(SchanCmds& source);
 
-  std::size_t size() const { return cmds_.size() - oldest_; }
-  bool empty() const { return size() == 0; }
+  std::size_t size() const { return cmds_.size(); }
+  bool empty() const { return cmds_.empty(); }
 
  private:
-  std::vector<Dovel::Ptr<SchanCmd>> cmds_;
-  std::size_t oldest_ = 0;  // those before it were taken out
+  std::deque<Dovel::Ptr<SchanCmd>> cmds_;
 };
 
 Dovel::Ptr<SchanCmds> schanCmdsFactory();

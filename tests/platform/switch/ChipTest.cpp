@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <csignal>
 #include <sstream>
 
 #include "platform/switch/Hardware/ChipType.h"
@@ -10,6 +9,7 @@
 #include "platform/switch/LoamAsicUtils/Types.h"
 #include "runtime/Asic/GracefulAssert.h"
 #include "runtime/Orlo/Hash.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
@@ -49,22 +49,13 @@ TEST(ChipType, AnUnknownOneFailsWithItsNumber) {
   EXPECT_THAT(gracefulText(255), testing::EndsWith("Unhandled chipType 255"));
 }
 
-// The style is chosen by the environment before main, so this runs in a process of its own.
+TestSupport::ChildRole const unknownChipTypeRole("unknownChipType", [] { fapType(37); });
+
+// The style is chosen by the environment before main.
 TEST(ChipType, AnUnknownOneEndsTheProcessInAssertMode) {
-  if (Asic::mode) {
-    EXPECT_DEATH(fapType(37), "^Unhandled chipType 37\n$");
-    return;
-  }
-  pid_t const child = ::fork();
-  if (child == 0) {
-    ::setenv("GRACEFUL_ASSERT_MODE", "assert", 1);
-    ::execl("/proc/self/exe", "test", "--gtest_filter=ChipType.AnUnknownOneEndsTheProcessInAssertMode",
-            static_cast<char*>(nullptr));
-    ::_exit(99);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  auto const child = TestSupport::runChild("unknownChipType", {{"GRACEFUL_ASSERT_MODE", "assert"}});
+  EXPECT_EQ(child.signal, SIGABRT);
+  EXPECT_EQ(child.errors(), "Unhandled chipType 37\n");
 }
 
 TEST(FapRevision, OfMinorZeroHasTheShortenedMajorNameAsItsShortForm) {

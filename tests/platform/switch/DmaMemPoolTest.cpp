@@ -75,6 +75,12 @@ TEST(DmaMemPool, RefusesMoreMemoryThanThereIs) {
   EXPECT_THROW(localMemPoolFactory("download", std::numeric_limits<std::size_t>::max(), 2, 0),
                Dovel::MemoryResourceException);
   EXPECT_THROW(localMemPoolFactory("download", std::size_t{1} << 60, 1, 0), Dovel::MemoryResourceException);
+  EXPECT_THROW(localMemPoolFactory("download", 1, std::size_t{1} << 62, 0), Dovel::MemoryResourceException);
+}
+
+TEST(DmaMemPool, OfBuffersWithoutBytesHasNone) {
+  auto const pool = localMemPoolFactory("download", 0, 3, 0);
+  EXPECT_FALSE(dmaMemPoolBufferFactory(pool)->valid());
 }
 
 TEST(DmaMemPool, TheAddressRecordPrintsItsFields) {

@@ -99,6 +99,16 @@ TEST(Fapmask, ARawMemberAboveNullRaisesTheTextOfFapId) {
   EXPECT_EQ(raw.fapIds().size(), 1U);
 }
 
+TEST(Fapmask, AListGoesOnBehindTheMember128) {
+  Fapmask const raw({0, 0, 0x101, 0});
+  std::vector<FapId> met;
+  EXPECT_EQ(rangeText([&] {
+              for (FapId fap : raw.fapIds()) met.push_back(fap);
+            }),
+            kFapIdText);
+  EXPECT_THAT(met, ElementsAre(FapId(128)));
+}
+
 TEST(Fapmask, PrintsMembersAndRanges) {
   EXPECT_EQ(valueToStrep(Fapmask()), "{}");
   EXPECT_EQ(valueToStrep(maskOf({0, 1, 3, 5, 6, 7})), "{0,1,3,5-7}");

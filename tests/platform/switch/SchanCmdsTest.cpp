@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstring>
 #include <vector>
 
 #include "platform/switch/Sluice/SchanCmds.h"
+#include "tests/support/Sanitizers.h"
 
 namespace {
 
@@ -69,6 +71,24 @@ TEST(SchanCmds, MovedIntoAnotherListCommandsKeepTheirOrder) {
   target->cmdsEnq(*target);
   EXPECT_EQ(drained(*target), (std::vector<unsigned>{1, 2, 3, 4, 5}));
 }
+
+TEST(SchanCmdsDeathTest, ANullCommandEndsTheProcess) {
+  Ptr<SchanCmds> const cmds = Sluice::schanCmdsFactory();
+  EXPECT_DEATH(cmds->cmdEnq(nullptr), "a null command");
+}
+
+#if !HWTABLES_ASAN && !HWTABLES_TSAN  // their allocators don't tell what is in use
+TEST(SchanCmds, AListThatIsNeverEmptyKeepsNoMemoryOfTheCommandsThatLeft) {
+  Ptr<SchanCmds> const cmds = listOf({0});
+  auto const inUse = [] { return ::mallinfo2().uordblks + ::mallinfo2().hblkhd; };
+  std::size_t const before = inUse();
+  for (unsigned number = 1; number <= 1000000; ++number) {
+    cmds->cmdEnq(Dovel::ptrIsImpl<Echo>(number));
+    cmds->cmdDeq();
+  }
+  EXPECT_LT(inUse(), before + 10000);
+}
+#endif
 
 TEST(SchanCmds, LetsACommandGoWhenItIsTakenOut) {
   Ptr<SchanCmds> const cmds = listOf({1, 2, 3});

@@ -1,4 +1,4 @@
-#include "tests/runtime/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,6 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <stdexcept>
 
@@ -99,21 +98,5 @@ ChildResult runChild(std::string const& role, std::map<std::string, std::string>
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
 }
-
-TemporaryDirectory::TemporaryDirectory()
-    : path_(std::filesystem::temp_directory_path() / "hwtables-test-XXXXXX") {
-  if (::mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp " + path_);
-}
-
-TemporaryDirectory::~TemporaryDirectory() { std::filesystem::remove_all(path_); }
-
-std::vector<std::string> linesOf(std::string const& path) {
-  std::ifstream file(path);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) lines.push_back(line);
-  return lines;
-}
-
-void writeFile(std::string const& path, std::string const& text) { std::ofstream(path) << text; }
 
 }  // namespace TestSupport

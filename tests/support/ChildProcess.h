@@ -26,22 +26,4 @@ struct ChildResult {
 // of GoogleTest are not inherited. Standard output is discarded.
 ChildResult runChild(std::string const& role, std::map<std::string, std::string> const& environment = {});
 
-// An own directory that is removed at the end.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory();
-  TemporaryDirectory(TemporaryDirectory const&) = delete;
-  TemporaryDirectory& operator=(TemporaryDirectory const&) = delete;
-  ~TemporaryDirectory();
-
-  std::string path(std::string const& file) const { return path_ + "/" + file; }
-  std::string const& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-std::vector<std::string> linesOf(std::string const& path);
-void writeFile(std::string const& path, std::string const& text);
-
 }  // namespace TestSupport
