@@ -321,7 +321,7 @@ Ptr<TaskSchedulerRoot> schedulerRootDovel() {
   TaskSchedulerRoot* root = rootOfProcess;
   if (root != nullptr) return Ptr<TaskSchedulerRoot>(root);
   handleForks();
-  auto const made = ptrIsImpl<TaskSchedulerRoot>();
+  auto made = ptrIsImpl<TaskSchedulerRoot>();
   made->incUseCount();
   if (rootOfProcess.compare_exchange_strong(root, made.ptr())) return made;
   made->decUseImpl();  // another thread was first
