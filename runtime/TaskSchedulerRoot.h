@@ -4,8 +4,7 @@
 // post() and stop() may be called by others; runCriticalPriorityTasks() does nothing there, and anything else
 // is an assertion. Callbacks run on the owner. Any callback may add and remove anything, itself included:
 // what has been removed is not called any more. An exception from a callback is counted, and traced at level
-// 0 on channel "TaskSchedulerRoot"; the loop goes on. Not to be used in a forked child: the child makes its
-// own.
+// 0 on channel "TaskSchedulerRoot"; the loop goes on. Not to be used in a forked child: it makes its own.
 #pragma once
 
 #include <array>

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <random>
-#include <string>
 #include <tuple>
 
 #include "LoamSharedHwTables/Qumran3a/BigAds1HwMdb.h"
@@ -118,17 +117,6 @@ Key randomFieldKey(std::mt19937_64& random) {
   Key key;
   std::apply([&fill](auto&... members) { (fill(members), ...); }, Key::members(key));
   return key;
-}
-
-// The message of the exception that the call throws, or "nothing was thrown".
-template <class Exception, class Call>
-std::string messageOf(Call call) {
-  try {
-    call();
-  } catch (Exception const& caught) {
-    return caught.what();
-  }
-  return "nothing was thrown";
 }
 
 }  // namespace TestSupport

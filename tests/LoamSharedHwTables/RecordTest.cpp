@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "tests/LoamSharedHwTables/AllTables.h"
+#include "tests/support/Message.h"
 #include "tests/support/Seed.h"
 
 namespace {

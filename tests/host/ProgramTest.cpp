@@ -41,7 +41,8 @@ TEST(Program, DoesNotWaitForAReaderOfItsTraceFile) {
   EXPECT_THAT(outcome.err, HasSubstr("traces go to standard error"));
 }
 
-// Whoever starts it could write with its rights else.
+// Whoever starts it could write with its rights else. Its exit code is left aside: a leak checker is not
+// allowed to look into such a process and says so at its end.
 TEST(Program, WithRaisedPrivilegesMakesNoFileThatTheEnvironmentNames) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can make a program of another user";
   TestSupport::TempDir const dir;
@@ -50,7 +51,7 @@ TEST(Program, WithRaisedPrivilegesMakesNoFileThatTheEnvironmentNames) {
       runShell("chmod 777 " + dir.path() + " && cp HWTABLES " + program + " && chown 65534 " + program +
                " && chmod 4755 " + program + " && HWTABLES_TRACE_FILE=" + dir.file("trace") +
                " HWTABLES_FASTLOG=" + dir.path() + " " + program + " --version");
-  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, StartsWith("hwtables ")) << outcome.err;
   EXPECT_THAT(dir.files(), testing::ElementsAre(program));
 }
 

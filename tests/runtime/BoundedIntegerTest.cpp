@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "runtime/Dovel/Format.h"
+#include "tests/support/Message.h"
 
 namespace {
 
@@ -10,12 +11,7 @@ using namespace Orlo;
 
 template <class Call>
 std::string rangeMessage(Call call) {
-  try {
-    call();
-  } catch (Dovel::RangeException const& caught) {
-    return caught.msg().data();
-  }
-  return "nothing was thrown";
+  return TestSupport::messageOf<Dovel::RangeException>(call);
 }
 
 TEST(BoundedInteger, TellsItsRangeInTheDigitsOfItsStorage) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Message.h"
+
 namespace {
 
 using Orlo::CharRange;
@@ -9,12 +11,7 @@ using Orlo::ParseException;
 
 template <class Call>
 std::string failure(Call call) {
-  try {
-    call();
-  } catch (Dovel::RuntimeException const& caught) {
-    return caught.msg().data();
-  }
-  return "nothing was thrown";
+  return TestSupport::messageOf<Dovel::RuntimeException>(call);
 }
 
 TEST(CharRange, ReadsTheAttributesOfAValueInOrder) {

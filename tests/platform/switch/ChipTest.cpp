@@ -10,6 +10,7 @@
 #include "runtime/Asic/GracefulAssert.h"
 #include "runtime/Orlo/Hash.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Message.h"
 
 namespace {
 
@@ -34,12 +35,7 @@ TEST(ChipType, BelongsToAGeneration) {
 }
 
 std::string gracefulText(int chipType) {
-  try {
-    fapType(chipType);
-  } catch (Asic::GracefulAssertException const& caught) {
-    return caught.what();
-  }
-  return "nothing was thrown";
+  return TestSupport::messageOf<Asic::GracefulAssertException>([chipType] { fapType(chipType); });
 }
 
 TEST(ChipType, AnUnknownOneFailsWithItsNumber) {

@@ -5,6 +5,7 @@
 #include "platform/switch/LoamAsicUtils/HwShadowKey.h"
 #include "platform/switch/Sluice/Fapmask.h"
 #include "runtime/Dovel/Exception.h"
+#include "tests/support/Message.h"
 
 namespace {
 
@@ -17,13 +18,8 @@ constexpr char const* kFapIdText =
     "Sluice::FapId::value < Sluice::FapId::min or > Sluice::FapId::null not allowed";
 
 template <class Call>
-std::string rangeText(Call&& call) {
-  try {
-    call();
-  } catch (Dovel::RangeException const& caught) {
-    return caught.what();
-  }
-  return "nothing was thrown";
+std::string rangeText(Call call) {
+  return TestSupport::messageOf<Dovel::RangeException>(call);
 }
 
 Fapmask maskOf(std::initializer_list<int> faps) {
