@@ -35,10 +35,11 @@ class U {
   static constexpr unsigned width = Width;
 
   constexpr U() = default;
-  // Throws Dovel::RangeException where the number is out of range.
+  // Throws Dovel::RangeException where the number is out of range. A bool counts as 0 or 1.
   template <std::integral Number>
   constexpr U(Number number) : value_(static_cast<Storage>(number)) {
-    if (std::cmp_less(number, 0) || std::cmp_greater(number, max().value_)) [[unlikely]]
+    auto const promoted = +number;  // the comparisons below take no bool
+    if (std::cmp_less(promoted, 0) || std::cmp_greater(promoted, max().value_)) [[unlikely]]
       Impl::throwOutOfRange(Width);
   }
   // Reads a bare number.

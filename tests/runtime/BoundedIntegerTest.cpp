@@ -46,6 +46,11 @@ TEST(BoundedInteger, TakesEveryValueOfItsRange) {
   EXPECT_EQ(U1::max().value(), 1);
 }
 
+TEST(BoundedInteger, TakesABoolAsZeroOrOne) {
+  EXPECT_EQ(U1(true), U1(1));
+  EXPECT_EQ(U20(false), U20(0));
+}
+
 TEST(BoundedInteger, IsStoredInTheSmallestIntegerThatFits) {
   EXPECT_EQ(sizeof(U7), 1U);
   EXPECT_EQ(sizeof(U9), 2U);
