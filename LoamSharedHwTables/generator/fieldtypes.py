@@ -6,6 +6,9 @@ from dataclasses import dataclass
 LEGAL = 'one of "U1" to "U63" but for U8, U16 and U32; or "8-bit", "16-bit", "32-bit", "64-bit"'
 LEGAL_WITH_BITMAP = LEGAL + ', "bitmap"'
 
+# The records copy a bitmap through a buffer of this size: kMaxBitmapWidth in EntryRecord.h.
+MAX_BITMAP_BITS = 1024
+
 _BOUNDED = re.compile(r"U([1-9][0-9]?)")
 _PLAIN = {"8-bit": 8, "16-bit": 16, "32-bit": 32, "64-bit": 64}
 

@@ -126,6 +126,9 @@ def check_range(path: str, field: dict, size: int | None, problems: Problems) ->
         return
     if size is not None and high >= size * 8:
         problems.add(f"{path}.bits", field["bits"], f"bits 0 to {size * 8 - 1}, the entry has {size} bytes")
+    if field.get("type") == "bitmap" and high - low >= fieldtypes.MAX_BITMAP_BITS:
+        problems.add(f"{path}.bits", field["bits"],
+                     f"a bitmap of at most {fieldtypes.MAX_BITMAP_BITS} bits, not {high - low + 1}")
     width = fieldtypes.parse(field["type"]).width if "type" in field else None
     if width is not None and width != high - low + 1:
         problems.add(f"{path}.bits", field["bits"],

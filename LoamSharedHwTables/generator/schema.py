@@ -199,7 +199,8 @@ MEMORY = Section("memories", _MEMORY, (
 FIELD = Section("fields", "One field of the entry: a pair of accessors over a bit range of the data bytes.", (
     Key("name", MemberName(), "Name of the getter; the setter is the name followed by `Is`."),
     Key("type", TypeName(bitmap=True),
-        "Type of the value. Its width is the width of the range; a bitmap takes any."),
+        "Type of the value. Its width is the width of the range; a bitmap takes any"
+        f" up to {fieldtypes.MAX_BITMAP_BITS}."),
     Key("bits", BitRange(), "First and last bit, both inclusive, counted from bit 0 of byte 0."),
     Key("whole", Flag(),
         "Bitmaps only: the setter refuses a bitmap shorter than the range with `std::out_of_range`."

@@ -36,6 +36,12 @@ class FieldTest(FolderTest):
             ("[0, 3]", '"0..3"', ['fields.low.bits: "0..3": two integers [low, high], 0 to 524279']),
         ])
 
+    def test_a_bitmap_has_at_most_1024_bits(self):
+        larger = self.changed(DIRECT, "entryDataMaxSize = 8", "entryDataMaxSize = 129")
+        told = "Rows.toml: Rows: fields.all.bits: [0, 1024]: a bitmap of at most 1024 bits, not 1025"
+        self.assertEqual(self.problems({"Rows": self.changed(larger, "[0, 63]", "[0, 1023]")}), [])
+        self.assertEqual(self.problems({"Rows": self.changed(larger, "[0, 63]", "[0, 1024]")}), [told])
+
     def test_types(self):
         legal = TYPES + ', "bitmap"'
         self.check_cases("Rows", [
