@@ -207,7 +207,7 @@ std::string tracedAt(unsigned level, Call call) {
   Dovel::Trace::levelsIs(Table::Traits::tableName, static_cast<std::uint16_t>(1U << level));
   testing::internal::CaptureStderr();
   call();
-  std::string const text = testing::internal::GetCapturedStderr();
+  std::string text = testing::internal::GetCapturedStderr();
   Dovel::Trace::levelsIs(Table::Traits::tableName, 1);
   return text;
 }
