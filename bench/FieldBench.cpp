@@ -21,8 +21,10 @@ using namespace bcm88490_a0;
 // cache.
 constexpr std::int64_t kRecords = 256;
 
-template <std::size_t Size>
+// As large as the record, with the row at the same place: both are walked in the same steps.
+template <class Entry, std::size_t Size>
 struct Bytes {
+  std::array<std::uint8_t, sizeof(Entry) - Size> key;
   std::array<std::uint8_t, Size> data;
 };
 
@@ -43,7 +45,7 @@ void store32(std::uint8_t* to, std::uint32_t word) { std::memcpy(to, &word, size
 struct MplsLabel {  // 20 bits from bit 9
   static constexpr char name[] = "20_bits";
   using Entry = MplsIsemHwEm::Entry;
-  using Hand = Bytes<24>;
+  using Hand = Bytes<Entry, 24>;
   static std::uint64_t get(Entry const& entry) { return entry.mplsLabel().value(); }
   static void set(Entry& entry, std::uint64_t value) {
     entry.mplsLabelIs(Orlo::U20::fromBits(value & 0xfffff));
@@ -58,7 +60,7 @@ struct MplsLabel {  // 20 bits from bit 9
 struct MplsBos {  // bit 29
   static constexpr char name[] = "1_bit";
   using Entry = MplsIsemHwEm::Entry;
-  using Hand = Bytes<24>;
+  using Hand = Bytes<Entry, 24>;
   static std::uint64_t get(Entry const& entry) { return entry.mplsBos().value(); }
   static void set(Entry& entry, std::uint64_t value) { entry.mplsBosIs(Orlo::U1::fromBits(value & 1)); }
   static std::uint64_t get(Hand const& hand) { return hand.data[3] >> 5 & 1; }
@@ -70,7 +72,7 @@ struct MplsBos {  // bit 29
 struct EsemKey {  // 39 bits from bit 9
   static constexpr char name[] = "39_bits";
   using Entry = EsemFodoPortCvidEm::Entry;
-  using Hand = Bytes<24>;
+  using Hand = Bytes<Entry, 24>;
   static constexpr std::uint64_t kMask = 0x7fffffffff;
   static std::uint64_t get(Entry const& entry) { return entry.key().value(); }
   static void set(Entry& entry, std::uint64_t value) { entry.keyIs(Orlo::U39::fromBits(value & kMask)); }
@@ -83,7 +85,7 @@ struct EsemKey {  // 39 bits from bit 9
 struct KeyGenVar {  // 64 bits from bit 3: nine bytes
   static constexpr char name[] = "64_bits_in_9_bytes";
   using Entry = IpkgvHwDirect::Entry;
-  using Hand = Bytes<12>;
+  using Hand = Bytes<Entry, 12>;
   static std::uint64_t get(Entry const& entry) { return entry.keyGenVar(); }
   static void set(Entry& entry, std::uint64_t value) { entry.keyGenVarIs(value); }
   static std::uint64_t get(Hand const& hand) {
