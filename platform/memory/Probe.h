@@ -1,0 +1,63 @@
+// The one place where a test build can watch the store at work: every access to a shared word, and every call
+// that creates, grows, writes, punches or removes a file of a store. Without HWTABLES_STORE_PROBE nothing of
+// it is compiled. A probe may throw: the store then meets an exception at that very point.
+#pragma once
+
+#include <cstdint>
+
+namespace Mem {
+
+#ifdef HWTABLES_STORE_PROBE
+
+class Probe {
+ public:
+  // Before the access. The cell's old contents can still be read.
+  virtual void load(std::uint64_t const& /*cell*/) {}
+  virtual void store(std::uint64_t& /*cell*/, std::uint64_t /*value*/) {}
+  // Before and after a system call; `file` is the path of what it changes.
+  virtual void beforeCall(char const* /*call*/, char const* /*file*/) {}
+  virtual void afterCall(char const* /*call*/, char const* /*file*/) {}
+
+ protected:
+  ~Probe() = default;
+};
+
+// Of this thread; null where nobody watches.
+extern thread_local constinit Probe* probe;
+
+namespace Impl {
+
+inline void probeLoad(std::uint64_t const& cell) {
+  if (probe != nullptr) probe->load(cell);
+}
+inline void probeStore(std::uint64_t& cell, std::uint64_t value) {
+  if (probe != nullptr) probe->store(cell, value);
+}
+
+}  // namespace Impl
+
+#else
+
+namespace Impl {
+
+inline void probeLoad(std::uint64_t const&) {}
+inline void probeStore(std::uint64_t&, std::uint64_t) {}
+
+}  // namespace Impl
+
+#endif
+
+// Makes a system call that changes a file of a store, between the probe's two calls.
+template <class Call>
+auto probedCall([[maybe_unused]] char const* name, [[maybe_unused]] char const* file, Call&& call) {
+#ifdef HWTABLES_STORE_PROBE
+  if (probe != nullptr) probe->beforeCall(name, file);
+  auto const result = call();
+  if (probe != nullptr) probe->afterCall(name, file);
+  return result;
+#else
+  return call();
+#endif
+}
+
+}  // namespace Mem
