@@ -25,6 +25,8 @@ class Descriptor {
 
   int number() const { return number_; }
   bool isOpen() const { return number_ >= 0; }
+  // From here on the caller closes it.
+  int release() { return std::exchange(number_, -1); }
 
  private:
   int number_ = -1;

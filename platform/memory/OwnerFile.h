@@ -7,7 +7,6 @@
 #include <sys/types.h>
 
 #include <array>
-#include <optional>
 
 #include "platform/memory/LockFile.h"
 #include "platform/memory/OwnerRecord.h"
@@ -52,7 +51,7 @@ class OwnerFile : public Dovel::Debuggable {
   // All that stands in the file, for people, whatever its state.
   Dovel::String headerToString() const;
 
-  // Changes, each on the disk when it returns. A file that was found invalid stays invalid through them until
+  // Changes, each in the file when it returns. A file that was found invalid stays invalid through them until
   // wipedIs(true), by which the caller says that nothing of the old table will be used: a writer that dies
   // between repairing the file and wiping the table doesn't hide the damage from the next one.
   void typeNameIs(Dovel::String const& name);
@@ -72,21 +71,24 @@ class OwnerFile : public Dovel::Debuggable {
   Dovel::String bootId() const;
 
  private:
+  // What stands in the file.
   struct Copies {
+    bool isEmpty = false;   // so, or absent
+    Dovel::String trouble;  // why the file can't be read, if it can't
     std::array<OwnerRecord, 2> records;
     std::array<char const*, 2> problems{};  // null for a sound record
-    // Null where neither is sound.
-    OwnerRecord const* newest() const;
-    std::size_t olderIndex() const;
+
+    OwnerRecord const* newest() const;  // null where neither is sound
+    std::size_t indexOfOlder() const;
   };
 
-  std::optional<Copies> load() const;  // nothing where there is no file, or nothing is in it
-  bool isSound(Copies const& copies, Dovel::String& error) const;
+  static Copies copiesIn(int descriptor);
+  Copies load() const;
+  bool isValid(Copies const& copies, Dovel::String& error) const;
   OwnerRecord current() const;
   void initialise();
   template <class Change>
   void update(Change change);
-  void store(OwnerRecord record, std::size_t index);
 
   Mem::RootPath const rootPath_;
   Dovel::String const path_;
