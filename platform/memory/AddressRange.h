@@ -25,6 +25,8 @@ class AddressRange {
   void shrink(std::size_t size);
   // Idempotent.
   void unmap();
+  // Leaves all as it stands and takes it for no longer ours.
+  void forget();
 
   std::byte* base() const { return base_; }
   std::size_t size() const { return size_; }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -170,7 +171,9 @@ std::size_t SharedMemWrapper::memSize() const {
   return isThere ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
+// A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.
 void SharedMemWrapper::unmap() {
+  if (access_ == Access::readWrite && process_ != ::getpid()) range_.forget();
   range_.unmap();
   mappedSize_ = 0;
 }

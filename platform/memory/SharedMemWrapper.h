@@ -56,6 +56,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   dev_t device_ = 0;
   ino_t inode_ = 0;
   Access access_ = Access::readOnly;
+  pid_t process_ = 0;
   CoreDump coreDump_;
 };
 
