@@ -63,7 +63,10 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     DOVEL_ASSERT(isForeign() || !isDirect(), "VaultWriter", "{}", unbalanced("detaching", {}));
     detachFiles();
   }
-  void cleanup() override { cleanupFiles(); }
+  void cleanup() override {
+    checkMine("cleanup");
+    cleanupFiles();
+  }
   bool validate() override {
     checkMine("validate");
     if (validateAll(emberId_, true)) return true;
