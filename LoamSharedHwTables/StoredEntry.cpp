@@ -1,8 +1,6 @@
 #include "LoamSharedHwTables/StoredEntry.h"
 
-#include <string>
-#include <vector>
-
+#include "LoamSharedHwTables/EntryRecord.h"
 #include "runtime/Detail/CopyBits.h"
 
 namespace LoamSharedHwTables::Impl {
@@ -18,15 +16,7 @@ void putField(FieldDescription const& field, std::span<std::uint8_t const> row, 
     sink.number(field.name, value);
     return;
   }
-  static constexpr char kDigits[] = "0123456789abcdef";
-  std::vector<std::uint8_t> bytes((width + 7) / 8);
-  Detail::copyBits(bytes.data(), bytes.size(), row.data(), row.size(), width, 0, field.low);
-  std::string hex;
-  for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte) {
-    hex += kDigits[*byte >> 4];
-    hex += kDigits[*byte & 0xf];
-  }
-  sink.bits(field.name, hex);
+  sink.bits(field.name, bitmapFromBits(row.data(), row.size(), field.low, width).toString());
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ namespace Vault {
 class FieldSink {
  public:
   virtual void number(std::string_view name, std::uint64_t value) = 0;
-  // A field wider than a number, in hex, highest digit first.
+  // A field wider than a number, in hex from the highest digit: "0x0f00".
   virtual void bits(std::string_view name, std::string_view hex) = 0;
 
  protected:
