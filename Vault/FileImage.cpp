@@ -1,35 +1,16 @@
 #include "Vault/FileImage.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "runtime/Dovel/Format.h"
+#include "platform/memory/FileAccess.h"
 
 namespace Vault {
 namespace {
-
-class OpenFile {
- public:
-  explicit OpenFile(int fd) : fd_(fd) {}
-  OpenFile(OpenFile const&) = delete;
-  OpenFile& operator=(OpenFile const&) = delete;
-  ~OpenFile() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int get() const { return fd_; }
-
- private:
-  int const fd_;
-};
-
-Dovel::String because(char const* what, int error) {
-  return Dovel::fmtracestr(false, nullptr, "", "", 0, "{}: {}", what, std::strerror(error));
-}
 
 std::uint64_t physicalMemory() {
   return static_cast<std::uint64_t>(::sysconf(_SC_PHYS_PAGES)) *
@@ -38,24 +19,16 @@ std::uint64_t physicalMemory() {
 
 }  // namespace
 
-FileImage::FileImage(int directory, char const* name, std::uint64_t limit) {
-  // A pipe or a device under the name must neither block nor be acted on, and a link may lead anywhere.
-  OpenFile const file(::openat(directory, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
-  exists_ = file.get() >= 0 || errno != ENOENT;
-  struct stat status {};
-  if (file.get() < 0 && errno == ENOENT) {
-    problem_ = "absent";
-  } else if (file.get() < 0 && errno == ELOOP) {
-    problem_ = "not a regular file";
-  } else if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
-    problem_ = because("cannot open", errno);
-  } else if (!S_ISREG(status.st_mode)) {
-    problem_ = "not a regular file";
-  } else {
-    size_ = static_cast<std::uint64_t>(status.st_size);
-    copied_ = std::min(size_, limit);
-    if (allocate()) copy(file.get());
+FileImage::FileImage(Dovel::String const& path, std::uint64_t limit) {
+  Mem::OpenedFile const file = Mem::openFile(path, Mem::FileUse::read);
+  exists_ = file.isOpen() || file.error != ENOENT;
+  if (!file.isOpen()) {
+    problem_ = exists_ ? file.text : Dovel::String("absent");
+    return;
   }
+  size_ = file.size();
+  copied_ = std::min(size_, limit);
+  if (allocate()) copy(file.descriptor.number());
   if (!problem_.empty()) copied_ = 0;
 }
 
@@ -72,7 +45,7 @@ bool FileImage::allocate() {
         std::calloc((copied_ + sizeof(Mem::Cell) - 1) / sizeof(Mem::Cell), sizeof(Mem::Cell))));
   }
   if (words_ == nullptr) {
-    problem_ = Dovel::fmtracestr(false, nullptr, "", "", 0, "too large to be read: {} bytes", copied_);
+    problem_ = fmt::format("too large to be read: {} bytes", copied_);
   }
   return words_ != nullptr;
 }
@@ -95,7 +68,7 @@ bool FileImage::copyRange(int file, std::uint64_t first, std::uint64_t end) {
   while (first < end) {
     ssize_t const got = ::pread(file, bytes + first, end - first, static_cast<off_t>(first));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) problem_ = because("cannot be read", errno);
+    if (got < 0) problem_ = fmt::format("cannot be read: {}", std::strerror(errno));
     if (got <= 0) return false;  // 0: somebody has cut the file meanwhile
     first += static_cast<std::uint64_t>(got);
   }

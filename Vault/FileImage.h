@@ -20,14 +20,14 @@ class FileImage {
 
   // Of no file at all.
   FileImage() : problem_("absent") {}
-  // Of a file in an open directory; at most `limit` bytes are copied. Never throws for what it finds.
-  FileImage(int directory, char const* name, std::uint64_t limit = kWhole);
+  // At most `limit` bytes of the file are copied. Never throws for what it finds.
+  explicit FileImage(Dovel::String const& path, std::uint64_t limit = kWhole);
   // Of bytes that somebody has already.
   explicit FileImage(std::span<std::byte const> bytes);
 
   // Something stands under the name, readable or not.
   bool exists() const { return exists_; }
-  // Why there are no bytes: "absent", "not a regular file", "cannot open: ..."; empty where there are.
+  // Why there are no bytes: "absent" where there is no file; empty where there are.
   Dovel::String const& problem() const { return problem_; }
   // Of the file, in bytes.
   std::uint64_t size() const { return size_; }

@@ -12,7 +12,7 @@ using VaultCore::reverseBits;
 
 class Check {
  public:
-  Check(SlotsImage const& slots, BucketsImage const& buckets, std::uint32_t generation,
+  Check(SlotsImage const& slots, BucketsImage const& buckets, SharedMem::EmberId generation,
         StoredType const* type)
       : slots_(slots), buckets_(buckets), generation_(generation), type_(type) {}
 
@@ -66,6 +66,9 @@ class Check {
       return fail("slots: bad sizes: value:{} slot:{}", slots_.valueSize(), slots_.slotSize());
     if (slots_.marshalledSize() != slots_.valueSize())
       return fail("slots: bad marshalled size:{} wanted:{}", slots_.marshalledSize(), slots_.valueSize());
+    if (slots_.capacity() == 0 || slots_.capacity() > kMaxSlots)
+      return fail("slots: bad capacity:{} wanted: 1 to {}", slots_.capacity(), kMaxSlots);
+    if (slots_.maximumSize() == 0) return fail("slots: bad maximum size:0");
     return true;
   }
 
@@ -92,9 +95,10 @@ class Check {
   }
 
   void checkGeneration() {
-    if (generation_ == 0) fail("the generation is 0: the store was never completed, or is being replaced");
+    if (generation_ == SharedMem::EmberId())
+      fail("the generation is 0: the store was never completed, or is being replaced");
     if (slots_.generation() != generation_)
-      fail("slots: mismatching ember:{:#010x}, oldEmber:{:#010x}", generation_, slots_.generation());
+      fail("slots: mismatching ember:{}, oldEmber:{}", generation_, slots_.generation());
   }
 
   void checkBucketsHeader() {
@@ -113,7 +117,7 @@ class Check {
       return;
     }
     if (buckets_.generation() != generation_)
-      fail("buckets: mismatching ember:{:#010x}, oldEmber:{:#010x}", generation_, buckets_.generation());
+      fail("buckets: mismatching ember:{}, oldEmber:{}", generation_, buckets_.generation());
     bucketsReadable_ = checkBucketCount();
   }
 
@@ -203,7 +207,7 @@ class Check {
   }
 
   bool walkFreeList() {
-    std::uint32_t next = slots_.freeList() & SlotLink::kNoFlag;
+    std::uint32_t next = slots_.freeList();
     for (; next != SlotLink::kNil; next = slots_.link(next).target()) {
       if (next >= slots_.slots()) return fail("free list: out-of-range index: {} max:{}", next, maxIndex());
       if (marks_[next]) return fail("slot {} is on the free list twice", next);
@@ -223,7 +227,7 @@ class Check {
 
   SlotsImage const& slots_;
   BucketsImage const& buckets_;
-  std::uint32_t const generation_;
+  SharedMem::EmberId const generation_;
   StoredType const* type_;
   bool slotsReadable_ = false;
   bool bucketsReadable_ = false;
@@ -235,7 +239,7 @@ class Check {
 
 }  // namespace
 
-StoreReport checkStore(SlotsImage const& slots, BucketsImage const& buckets, std::uint32_t generation,
+StoreReport checkStore(SlotsImage const& slots, BucketsImage const& buckets, SharedMem::EmberId generation,
                        StoredType const* type) {
   return Check(slots, buckets, generation, type).run();
 }

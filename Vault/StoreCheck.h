@@ -7,6 +7,7 @@
 
 #include "Vault/StoreImage.h"
 #include "Vault/StoredType.h"
+#include "platform/memory/EmberId.h"
 
 namespace Vault {
 
@@ -19,7 +20,7 @@ struct StoreReport {
 };
 
 // `generation` is that of the generation file. Without a type the rules that need the keys are left out.
-StoreReport checkStore(SlotsImage const& slots, BucketsImage const& buckets, std::uint32_t generation,
+StoreReport checkStore(SlotsImage const& slots, BucketsImage const& buckets, SharedMem::EmberId generation,
                        StoredType const* type);
 
 }  // namespace Vault

@@ -30,7 +30,7 @@ void StoreFigures::countChains(SlotsImage const& slots, BucketsImage const& buck
 }
 
 void StoreFigures::countFreeList(SlotsImage const& slots) {
-  std::uint32_t next = slots.freeList() & SlotLink::kNoFlag;
+  std::uint32_t next = slots.freeList();
   while (next < slots.slots() && freeSlots < slots.slots()) {
     ++freeSlots;
     next = slots.link(next).target();

@@ -1,74 +1,95 @@
 #include "Vault/StoreFiles.h"
 
-#include <errno.h>
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <cstring>
+#include <cerrno>
 
-#include "runtime/Dovel/Format.h"
+#include "Vault/Util.h"
+#include "platform/memory/ControlFile.h"
+#include "platform/memory/EmberFile.h"
+#include "platform/memory/OwnerFile.h"
+#include "platform/memory/WriterLock.h"
+#include "runtime/Dovel/Exception.h"
 
 namespace Vault {
 namespace {
 
-constexpr char kEmberFile[] = "ember";
-constexpr char kControlFile[] = "control";
-constexpr char kCorruptionFile[] = "corruption-detected";
-constexpr char kWriterLockFile[] = ".writer.lock";
+using VaultCore::BucketTable;
 
-// Enough for every field of a header that stands before the slots or heads.
+// Enough for every field of a header that stands before slots or heads.
 constexpr std::uint64_t kHeaderBytes = SlotTable::kCommonHeaderSize;
+
+bool stands(Mem::RootPath const& rootPath, std::string_view name) {
+  struct stat status {};
+  return ::lstat(rootPath.fileName(name).data(), &status) == 0;
+}
+
+// What a next writer takes for a new owner file.
+bool isAbsentOrEmpty(Mem::RootPath const& rootPath, std::string_view name) {
+  struct stat status {};
+  return ::lstat(rootPath.fileName(name).data(), &status) != 0
+             ? errno == ENOENT
+             : S_ISREG(status.st_mode) && status.st_size == 0;
+}
+
+FileImage imageOf(Mem::RootPath const& rootPath, char const* name, StoreFiles::Extent extent) {
+  return FileImage(rootPath.fileName(name),
+                   extent == StoreFiles::Extent::whole ? FileImage::kWhole : kHeaderBytes);
+}
+
+SlotsImage slotsOf(Mem::RootPath const& rootPath, StoreFiles::Extent extent) {
+  return SlotsImage(imageOf(rootPath, SlotTable::kFileName, extent));
+}
+
+BucketsImage bucketsOf(Mem::RootPath const& rootPath, StoreFiles::Extent extent) {
+  return BucketsImage(imageOf(rootPath, BucketTable::kFileName, extent));
+}
+
+SharedMem::OwnerFile ownerFileOf(Mem::RootPath const& rootPath) {
+  return {rootPath.debugHandler(), rootPath, false, false};
+}
+
+StoreOwner ownerOf(Mem::RootPath const& rootPath) {
+  if (isAbsentOrEmpty(rootPath, SharedMem::OwnerFile::FILENAME)) return {};
+  SharedMem::OwnerFile const file = ownerFileOf(rootPath);
+  try {
+    return {.known = true,
+            .wiped = file.wiped(),
+            .sharedMemType = file.sharedMemType(),
+            .pid = file.pid(),
+            .startTime = file.startTime(),
+            .bootId = file.bootId(),
+            .typeName = file.typeName(),
+            .socketName = file.wireletInfo().socketName()};
+  } catch (Dovel::RuntimeException const&) {
+    return {};
+  }
+}
+
+Dovel::String ownerProblemOf(Mem::RootPath const& rootPath) {
+  if (isAbsentOrEmpty(rootPath, SharedMem::OwnerFile::FILENAME)) return {};
+  Dovel::String error;
+  return ownerFileOf(rootPath).validate(error) ? Dovel::String() : error;
+}
 
 }  // namespace
 
-StoreReadException::~StoreReadException() = default;
-void StoreReadException::throwException(Dovel::String const& message) { throw StoreReadException(message); }
+StoreFiles::StoreFiles(Mem::RootPath const& rootPath, Extent extent)
+    : rootPath_(rootPath),
+      slots_(slotsOf(rootPath, extent)),
+      buckets_(bucketsOf(rootPath, extent)),
+      generation_(SharedMem::EmberFile(rootPath.debugHandler(), rootPath, false).read()),
+      generationTime_(SharedMem::EmberFile(rootPath.debugHandler(), rootPath, false).mtime()),
+      owner_(ownerOf(rootPath)),
+      ownerProblem_(ownerProblemOf(rootPath)),
+      control_(stands(rootPath, Mem::Util::Clone::CONTROL_FILENAME)),
+      corrupt_(stands(rootPath, Util::kCorruptionFile)),
+      locked_(Mem::WriterLock::lockState(rootPath) == Mem::WriterLockState::held),
+      numSlotsChanged_(slots_.numSlots() != slotsOf(rootPath, Extent::headers).numSlots()),
+      numBucketsChanged_(buckets_.numBuckets() != bucketsOf(rootPath, Extent::headers).numBuckets()) {}
 
-class StoreFiles::Directory {
- public:
-  explicit Directory(Dovel::String const& path) : fd_(::open(path.data(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
-    if (fd_ < 0)
-      DOVEL_THROW(StoreReadException, "StoreFiles", "cannot open {}: {}", path, std::strerror(errno));
-  }
-  Directory(Directory const&) = delete;
-  Directory& operator=(Directory const&) = delete;
-  ~Directory() { ::close(fd_); }
-
-  FileImage read(char const* name, Extent extent = Extent::headers) const {
-    return {fd_, name, extent == Extent::whole ? FileImage::kWhole : kHeaderBytes};
-  }
-
-  // Asks for the lock's state and never takes it: even for an instant that would turn a writer away.
-  bool isLocked() const {
-    int const file =
-        ::openat(fd_, kWriterLockFile, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-    if (file < 0) return false;
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    bool const held = ::fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-    ::close(file);
-    return held;
-  }
-
- private:
-  int const fd_;
-};
-
-StoreFiles::StoreFiles(Dovel::String directory, Extent extent)
-    : StoreFiles(directory, Directory(directory), extent) {}
-
-// Members are read in the order of their declaration, and the counts once more after all of them.
-StoreFiles::StoreFiles(Dovel::String directory, Directory const& open, Extent extent)
-    : directory_(std::move(directory)),
-      slots_(open.read(SlotTable::kFileName, extent)),
-      buckets_(open.read(VaultCore::BucketTable::kFileName, extent)),
-      ember_(open.read(kEmberFile)),
-      control_(open.read(kControlFile).exists()),
-      corrupt_(open.read(kCorruptionFile).exists()),
-      locked_(open.isLocked()),
-      numSlotsChanged_(slots_.numSlots() != SlotsImage(open.read(SlotTable::kFileName)).numSlots()),
-      numBucketsChanged_(buckets_.numBuckets() !=
-                         BucketsImage(open.read(VaultCore::BucketTable::kFileName)).numBuckets()) {}
+bool StoreFiles::standsIn(Mem::RootPath const& rootPath) {
+  return stands(rootPath, SlotTable::kFileName) || stands(rootPath, Mem::Util::Clone::CONTROL_FILENAME);
+}
 
 }  // namespace Vault

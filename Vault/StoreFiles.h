@@ -3,32 +3,46 @@
 // Immutable; any thread.
 #pragma once
 
+#include <sys/types.h>
+
 #include "Vault/StoreImage.h"
-#include "runtime/Dovel/Exception.h"
+#include "platform/memory/EmberId.h"
+#include "platform/memory/RootPath.h"
 
 namespace Vault {
 
-// A directory that can't be read.
-class StoreReadException : public Dovel::RuntimeException {
- public:
-  using RuntimeException::RuntimeException;
-  ~StoreReadException() override;
-  [[noreturn]] static void throwException(Dovel::String const& message);
+// Who writes a store, or wrote it last.
+struct StoreOwner {
+  // The file's record can be used; what follows is empty and 0 where it can't.
+  bool known = false;
+  bool wiped = false;
+  unsigned sharedMemType = 0;
+  pid_t pid = 0;
+  std::uint64_t startTime = 0;  // clock ticks since the machine came up
+  Dovel::String bootId;
+  Dovel::String typeName;
+  Dovel::String socketName;
 };
 
 class StoreFiles {
  public:
   enum class Extent { headers, whole };
 
-  // Throws StoreReadException. What is wrong with single files is told by their images.
-  StoreFiles(Dovel::String directory, Extent extent);
+  // Whatever is wrong with the files is told by their images.
+  StoreFiles(Mem::RootPath const& rootPath, Extent extent);
 
-  Dovel::String const& directory() const { return directory_; }
+  // Whether a directory looks like that of a store.
+  static bool standsIn(Mem::RootPath const& rootPath);
+
+  Mem::RootPath const& rootPath() const { return rootPath_; }
   SlotsImage const& slots() const { return slots_; }
   BucketsImage const& buckets() const { return buckets_; }
-  FileImage const& ember() const { return ember_; }
-  // Of the generation file; 0 where there is none.
-  std::uint32_t generation() const { return Mem::lowHalf(ember_.word(0)); }
+  // Of the generation file, and when it was written.
+  SharedMem::EmberId generation() const { return generation_; }
+  Dovel::String const& generationTime() const { return generationTime_; }
+  StoreOwner const& owner() const { return owner_; }
+  // Why a next writer will find the owner file no good and wipe the store; empty where it won't.
+  Dovel::String const& ownerProblem() const { return ownerProblem_; }
   // The directory has been made a complete table.
   bool hasControlFile() const { return control_; }
   // Somebody has found the store damaged.
@@ -40,13 +54,14 @@ class StoreFiles {
   bool numBucketsChanged() const { return numBucketsChanged_; }
 
  private:
-  class Directory;
-  StoreFiles(Dovel::String directory, Directory const& open, Extent extent);
-
-  Dovel::String directory_;
+  Mem::RootPath rootPath_;
+  // Read in this order, and the counts once more after all of it.
   SlotsImage slots_;
   BucketsImage buckets_;
-  FileImage ember_;
+  SharedMem::EmberId generation_;
+  Dovel::String generationTime_;
+  StoreOwner owner_;
+  Dovel::String ownerProblem_;
   bool control_;
   bool corrupt_;
   bool locked_;

@@ -10,6 +10,7 @@
 #include "Vault/SlotTable.h"
 #include "VaultCore/BucketTable.h"
 #include "VaultCore/SlotLink.h"
+#include "platform/memory/EmberId.h"
 #include "platform/memory/VersionedRef.h"
 
 namespace Vault {
@@ -29,7 +30,7 @@ class SlotsImage {
   }
   std::uint32_t valueSize() const { return low(SlotTable::kSizesWord); }
   std::uint32_t slotSize() const { return high(SlotTable::kSizesWord); }
-  std::uint32_t generation() const { return low(SlotTable::kGenerationWord); }
+  SharedMem::EmberId generation() const { return SharedMem::EmberId(low(SlotTable::kGenerationWord)); }
   std::uint32_t capacity() const { return high(SlotTable::kGenerationWord); }
   std::uint32_t maximumSize() const { return low(SlotTable::kLimitsWord); }
   std::uint32_t marshalledSize() const { return high(SlotTable::kLimitsWord); }
@@ -88,8 +89,8 @@ class BucketsImage {
 
   std::uint32_t magic() const { return Mem::lowHalf(file_.word(VaultCore::BucketTable::kMagicCell)); }
   std::uint32_t elementSize() const { return Mem::highHalf(file_.word(VaultCore::BucketTable::kMagicCell)); }
-  std::uint32_t generation() const {
-    return Mem::lowHalf(file_.word(VaultCore::BucketTable::kGenerationCell));
+  SharedMem::EmberId generation() const {
+    return SharedMem::EmberId(Mem::lowHalf(file_.word(VaultCore::BucketTable::kGenerationCell)));
   }
   Count numBuckets() const { return Count::fromWord(file_.word(VaultCore::BucketTable::kNumBucketsCell)); }
 

@@ -12,6 +12,7 @@
 
 namespace {
 
+using SharedMem::EmberId;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using TestSupport::Bytes;
@@ -64,7 +65,7 @@ std::vector<std::string> problemsOf(StoreBytes const& store, StoredType const* t
   SlotsImage const slots((FileImage(store.slots)));
   BucketsImage const buckets((FileImage(store.buckets)));
   std::vector<std::string> texts;
-  for (auto const& problem : checkStore(slots, buckets, get32(store.ember, 0), type).problems)
+  for (auto const& problem : checkStore(slots, buckets, EmberId(get32(store.ember, 0)), type).problems)
     texts.emplace_back(problem.view());
   return texts;
 }
@@ -180,6 +181,10 @@ INSTANTIATE_TEST_SUITE_P(
         slotsWord("value of no size", 8, 0, "slots: bad sizes: value:0 slot:32"),
         slotsWord("value whose slot overflows", 8, 0xfffffff0, "slots: bad sizes: value:4294967280 slot:32"),
         slotsWord("marshalled size", 28, 16, "slots: bad marshalled size:16 wanted:12"),
+        slotsWord("no capacity", 20, 0, "slots: bad capacity:0 wanted: 1 to 1073741823"),
+        slotsWord("capacity past all ids", 20, 0x40000000,
+                  "slots: bad capacity:1073741824 wanted: 1 to 1073741823"),
+        slotsWord("no maximum size", 24, 0, "slots: bad maximum size:0"),
         slotsWord("value size of another type", 8, 16, "slots: bad marshalled size:12 wanted:16"),
         Damage{"generation of slots", [](StoreBytes& store) { put32(store.slots, 16, 0x00020002); },
                "slots: mismatching ember:0x00010002, oldEmber:0x00020002"},
@@ -275,6 +280,8 @@ INSTANTIATE_TEST_SUITE_P(
         link("last chain names a bucket", 4, 0x80000000,
              "the chain of bucket 3, the last, names bucket 0 as the next"),
         slotsWord("free list begins out of range", 568, 8, "free list: out-of-range index: 8 max:7"),
+        slotsWord("free list begins with a flag", 568, 0x40000005,
+                  "free list: out-of-range index: 1073741829 max:7"),
         slotsWord("free list begins at a bucket", 568, 0x80000000,
                   "free list: out-of-range index: 2147483648 max:7"),
         link("free list leaves the table", 6, 8, "free list: out-of-range index: 8 max:7"),
@@ -315,8 +322,8 @@ TEST(StoreCheck, RefusesATypeOfAnotherSize) {
 }
 
 TEST(StoreCheck, TellsWhichFilesAreAbsent) {
-  auto const report = checkStore(SlotsImage(FileImage()), BucketsImage(FileImage()), 0, nullptr);
-  ASSERT_EQ(report.problems.size(), 2U);
+  auto const report = checkStore(SlotsImage(FileImage()), BucketsImage(FileImage()), {}, nullptr);
+  ASSERT_EQ(report.problems.size(), 3U);
   EXPECT_EQ(report.problems[0], "slots: absent");
   EXPECT_EQ(report.problems[1], "buckets: absent");
 }

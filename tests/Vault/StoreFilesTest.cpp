@@ -8,15 +8,15 @@
 #include <map>
 
 #include "Vault/StoreFigures.h"
+#include "platform/memory/OwnerFile.h"
+#include "platform/memory/ProcessIdentity.h"
 #include "tests/support/Files.h"
-#include "tests/support/Message.h"
 #include "tests/support/StoreBytes.h"
 
 namespace {
 
 using testing::ElementsAre;
 using TestSupport::Bytes;
-using TestSupport::messageOf;
 using TestSupport::put32;
 using TestSupport::StoreBytes;
 using TestSupport::TempDir;
@@ -26,6 +26,10 @@ using Vault::StoreFiles;
 
 constexpr auto kWhole = StoreFiles::Extent::whole;
 constexpr auto kHeaders = StoreFiles::Extent::headers;
+
+StoreFiles read(TempDir const& dir, StoreFiles::Extent extent = kWhole) {
+  return {Mem::RootPath(Dovel::Platform::getDebugHandler("StoreFilesTest", true), dir.path(), true), extent};
+}
 
 // Records of 4 bytes, whose hash is their number.
 StoreBytes store(std::uint32_t slots, std::uint32_t buckets, std::vector<std::uint32_t> const& hashes) {
@@ -54,14 +58,14 @@ TEST(StoreFiles, ReadsEveryFieldOfTheHeaders) {
   put32(bytes.buckets, 16, 9);
   bytes.writeTo(dir.path());
   for (auto const extent : {kWhole, kHeaders}) {
-    StoreFiles const files(dir.path(), extent);
+    StoreFiles const files = read(dir, extent);
     Vault::SlotsImage const& slots = files.slots();
     EXPECT_EQ(slots.magic(), 0x6c737468U);
     EXPECT_EQ(slots.headerSize(), 608);
     EXPECT_EQ(slots.formatVersion(), 1);
     EXPECT_EQ(slots.valueSize(), 4U);
     EXPECT_EQ(slots.slotSize(), 24U);
-    EXPECT_EQ(slots.generation(), 0x00050006U);
+    EXPECT_EQ(slots.generation(), SharedMem::EmberId(5, 6));
     EXPECT_EQ(slots.capacity(), 8U);
     EXPECT_EQ(slots.maximumSize(), 1000U);
     EXPECT_EQ(slots.marshalledSize(), 4U);
@@ -77,8 +81,8 @@ TEST(StoreFiles, ReadsEveryFieldOfTheHeaders) {
     EXPECT_EQ(slots.largestOccupied(), 33U);
     EXPECT_EQ(slots.scratchpad(), 0x5566778811223344U);
     EXPECT_EQ(files.buckets().numBuckets(), (Vault::Count{9, 4}));
-    EXPECT_EQ(files.buckets().generation(), 0x00050006U);
-    EXPECT_EQ(files.generation(), 0x00050006U);
+    EXPECT_EQ(files.buckets().generation(), SharedMem::EmberId(5, 6));
+    EXPECT_EQ(files.generation(), SharedMem::EmberId(5, 6));
   }
 }
 
@@ -101,27 +105,52 @@ TEST(StoreFiles, ReadsNoMoreSlotsThanTheFileHas) {
 
 TEST(StoreFiles, TellsMarksAndAbsentFiles) {
   TempDir const dir;
-  StoreFiles const empty(dir.path(), kWhole);
+  StoreFiles const empty = read(dir);
   EXPECT_EQ(empty.slots().file().problem(), "absent");
   EXPECT_EQ(empty.buckets().file().problem(), "absent");
-  EXPECT_EQ(empty.generation(), 0U);
+  EXPECT_EQ(empty.generation(), SharedMem::EmberId());
   EXPECT_FALSE(empty.hasControlFile());
   EXPECT_FALSE(empty.isMarkedCorrupt());
   EXPECT_FALSE(empty.isLocked());
   store(8, 4, {}).writeTo(dir.path());
   writeFile(dir.file("corruption-detected"), "");
-  StoreFiles const full(dir.path(), kWhole);
+  StoreFiles const full = read(dir);
   EXPECT_TRUE(full.hasControlFile());
   EXPECT_TRUE(full.isMarkedCorrupt());
 }
 
-TEST(StoreFiles, RefusesWhatIsNoDirectory) {
+TEST(StoreFiles, TellsWhatTheOwnerFileTells) {
   TempDir const dir;
-  writeFile(dir.file("f"), "");
-  EXPECT_EQ(messageOf<Vault::StoreReadException>([&] { StoreFiles(dir.file("none"), kWhole); }),
-            "cannot open " + dir.file("none") + ": No such file or directory");
-  EXPECT_EQ(messageOf<Vault::StoreReadException>([&] { StoreFiles(dir.file("f"), kWhole); }),
-            "cannot open " + dir.file("f") + ": Not a directory");
+  Mem::RootPath const rootPath(Dovel::Platform::getDebugHandler("StoreFilesTest", true), dir.path(), true);
+  SharedMem::OwnerFile owner(rootPath.debugHandler(), rootPath, false);
+  owner.typeNameIs("Test::Entry");
+  owner.sharedMemTypeIs(1);
+  owner.wipedIs(true);
+  SharedMem::WireletInfo info;
+  info.socketNameIs("a socket");
+  owner.wireletInfoIs(info);
+  StoreFiles const files = read(dir);
+  EXPECT_EQ(files.ownerProblem(), "");
+  EXPECT_TRUE(files.owner().known);
+  EXPECT_TRUE(files.owner().wiped);
+  EXPECT_EQ(files.owner().sharedMemType, 1U);
+  EXPECT_EQ(files.owner().pid, ::getpid());
+  EXPECT_EQ(files.owner().bootId, Mem::bootId());
+  EXPECT_EQ(files.owner().typeName, "Test::Entry");
+  EXPECT_EQ(files.owner().socketName, "a socket");
+}
+
+TEST(StoreFiles, TakesAnOwnerFileThatIsNotThereOrEmptyForANewOne) {
+  TempDir const dir;
+  EXPECT_FALSE(read(dir).owner().known);
+  EXPECT_EQ(read(dir).ownerProblem(), "");
+  writeFile(dir.file("owner"), "");
+  EXPECT_FALSE(read(dir).owner().known);
+  EXPECT_EQ(read(dir).ownerProblem(), "");
+  writeFile(dir.file("owner"), "x");
+  EXPECT_FALSE(read(dir).owner().known);
+  EXPECT_EQ(read(dir).ownerProblem().view(),
+            "bad owner file " + dir.file("owner") + ": first copy short, second copy short");
 }
 
 TEST(StoreFiles, SeesTheLockOfAWriterAndLeavesItAlone) {
@@ -130,11 +159,11 @@ TEST(StoreFiles, SeesTheLockOfAWriterAndLeavesItAlone) {
   int const file = ::open(dir.file(".writer.lock").c_str(), O_RDWR);
   struct flock lock {};
   lock.l_type = F_WRLCK;
-  EXPECT_FALSE(StoreFiles(dir.path(), kHeaders).isLocked());
+  EXPECT_FALSE(read(dir, kHeaders).isLocked());
   ASSERT_EQ(::fcntl(file, F_OFD_SETLK, &lock), 0) << "asking has taken the lock";
-  EXPECT_TRUE(StoreFiles(dir.path(), kHeaders).isLocked());
+  EXPECT_TRUE(read(dir, kHeaders).isLocked());
   ::close(file);
-  EXPECT_FALSE(StoreFiles(dir.path(), kHeaders).isLocked());
+  EXPECT_FALSE(read(dir, kHeaders).isLocked());
 }
 
 TEST(StoreFiles, LeavesADirectoryAsItWas) {
@@ -151,7 +180,7 @@ TEST(StoreFiles, LeavesADirectoryAsItWas) {
     return seen;
   };
   auto const before = look();
-  StoreFiles const files(dir.path(), kWhole);
+  StoreFiles const files = read(dir);
   EXPECT_EQ(look(), before);
 }
 
