@@ -24,6 +24,13 @@ bool stands(Mem::RootPath const& rootPath, std::string_view name) {
   return ::lstat(rootPath.fileName(name).data(), &status) == 0;
 }
 
+std::uint64_t timeOf(Mem::RootPath const& rootPath, std::string_view name) {
+  struct stat status {};
+  if (::lstat(rootPath.fileName(name).data(), &status) != 0 || status.st_mtim.tv_sec < 0) return 0;
+  return static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
+}
+
 // What a next writer takes for a new owner file.
 bool isAbsentOrEmpty(Mem::RootPath const& rootPath, std::string_view name) {
   struct stat status {};
@@ -79,7 +86,7 @@ StoreFiles::StoreFiles(Mem::RootPath const& rootPath, Extent extent)
       slots_(slotsOf(rootPath, extent)),
       buckets_(bucketsOf(rootPath, extent)),
       generation_(SharedMem::EmberFile(rootPath.debugHandler(), rootPath, false).read()),
-      generationTime_(SharedMem::EmberFile(rootPath.debugHandler(), rootPath, false).mtime()),
+      generationTime_(timeOf(rootPath, SharedMem::EmberFile::EMBER_NAME)),
       owner_(ownerOf(rootPath)),
       ownerProblem_(ownerProblemOf(rootPath)),
       control_(stands(rootPath, Mem::Util::Clone::CONTROL_FILENAME)),

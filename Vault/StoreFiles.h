@@ -37,9 +37,9 @@ class StoreFiles {
   Mem::RootPath const& rootPath() const { return rootPath_; }
   SlotsImage const& slots() const { return slots_; }
   BucketsImage const& buckets() const { return buckets_; }
-  // Of the generation file, and when it was written.
+  // Of the generation file, and when that was written, in nanoseconds since 1970; 0 where there is none.
   SharedMem::EmberId generation() const { return generation_; }
-  Dovel::String const& generationTime() const { return generationTime_; }
+  std::uint64_t generationTime() const { return generationTime_; }
   StoreOwner const& owner() const { return owner_; }
   // Why a next writer will find the owner file no good and wipe the store; empty where it won't.
   Dovel::String const& ownerProblem() const { return ownerProblem_; }
@@ -59,7 +59,7 @@ class StoreFiles {
   SlotsImage slots_;
   BucketsImage buckets_;
   SharedMem::EmberId generation_;
-  Dovel::String generationTime_;
+  std::uint64_t generationTime_;
   StoreOwner owner_;
   Dovel::String ownerProblem_;
   bool control_;

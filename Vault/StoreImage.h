@@ -64,6 +64,8 @@ class SlotsImage {
   SlotLink link(std::uint32_t id) const { return SlotLink::fromWord(slot(id)[0]); }
   std::uint32_t hash(std::uint32_t id) const;
   std::byte const* value(std::uint32_t id) const { return bytes(id) + SlotShape::kValueOffset; }
+  // Where the slot begins in the file.
+  std::uint64_t offset(std::uint32_t id) const { return fullHeaderSize() + std::uint64_t{id} * slotSize(); }
   // The slot's bytes, slotSize() of them.
   std::byte const* bytes(std::uint32_t id) const {
     return static_cast<std::byte const*>(static_cast<void const*>(slot(id)));
