@@ -7,6 +7,7 @@
 
 #include "Vault/TableFullException.h"
 #include "platform/memory/FileSize.h"
+#include "platform/memory/Validation.h"
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
 #include "runtime/Dovel/Random.h"
@@ -115,9 +116,7 @@ bool SlotWriterTableCommon::validateHeader(SharedMem::EmberId emberId, std::uint
     return false;
   }
   auto const fails = [&](Dovel::String const& text) {
-    error = text;
-    DOVEL_TRACE(debugHandler(), 0, "SlotTable", "{}", error);
-    return false;
+    return Mem::failValidation(debugHandler(), "SlotTable", text, error);
   };
   if (fileSize < shape_.headerSize()) {
     return fails(
@@ -138,9 +137,7 @@ bool SlotWriterTableCommon::validateHeader(SharedMem::EmberId emberId, std::uint
 
 bool SlotWriterTableCommon::validate(SharedMem::EmberId emberId, Dovel::String& error) const {
   auto const fails = [&](Dovel::String const& text) {
-    error = text;
-    DOVEL_TRACE(debugHandler(), 0, "SlotWriterTable", "{}", error);
-    return false;
+    return Mem::failValidation(debugHandler(), "SlotWriterTable", text, error);
   };
   if ((header().runtimeFlags() & SlotTable::kInCriticalSection) != 0) {
     return fails(

@@ -104,13 +104,17 @@ void AddressRange::shrink(std::size_t size) {
 
 void AddressRange::unmap() {
   if (base_ != nullptr) release(base_, base_ + reserved_);
+  forget();
+}
+
+void AddressRange::forget() {
   base_ = nullptr;
   size_ = reserved_ = 0;
 }
 
 void AddressRange::collapse(std::size_t begin, std::size_t end) const {
   if (!isAligned(base_)) return;
-  begin = (begin + kHugePage - 1) / kHugePage * kHugePage;
+  begin = begin / kHugePage * kHugePage;
   end = end / kHugePage * kHugePage;
   if (begin < end) ::madvise(base_ + begin, end - begin, MADV_COLLAPSE);
 }

@@ -25,11 +25,13 @@ class AddressRange {
   void shrink(std::size_t size);
   // Idempotent.
   void unmap();
+  // Leaves all as it stands and takes it for no longer ours.
+  void forget();
 
   std::byte* base() const { return base_; }
   std::size_t size() const { return size_; }
 
-  // Where the kernel can, has the whole huge pages of a range be such; a failure means small ones.
+  // Makes those whole huge pages such, where the kernel can, that have a part in the range.
   void collapse(std::size_t begin, std::size_t end) const;
 
  private:
