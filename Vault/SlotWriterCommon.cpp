@@ -123,6 +123,10 @@ bool SlotWriterTableCommon::validateHeader(SharedMem::EmberId emberId, std::uint
         DOVEL_TRACESTR("SlotTable", "bad header file size: {} wanted:{}", fileSize, shape_.headerSize()));
   }
   std::uint32_t const numSlots = header().numSlots().count;
+  if (numSlots == 0 || numSlots > kMaxSlots) {
+    return fails(
+        DOVEL_TRACESTR("SlotTable", "bad numSlots: {} message: {}", numSlots, "legal are 1 to 1073741823"));
+  }
   try {
     std::size_t const wanted = sizeFor(numSlots);
     if (fileSize < wanted) {
