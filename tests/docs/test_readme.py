@@ -35,8 +35,8 @@ class ReadmeTest(unittest.TestCase):
             environment = dict(os.environ, HWTABLES_ROOT=stores)
             for command, shown in commands:
                 here = command.replace("build/release/bin", os.environ["HWTABLES_BIN_DIR"])
-                run = subprocess.run(["sh", "-c", here], cwd=ROOT, env=environment, capture_output=True, text=True,
-                                     check=True)
+                run = subprocess.run(["sh", "-c", here], cwd=ROOT, env=environment, check=True,
+                                     capture_output=True, text=True)
                 self.assertRegex(run.stdout.rstrip("\n"), rf"\A{pattern_of(shown)}\Z", command)
 
     def test_code_is_that_of_the_example(self):

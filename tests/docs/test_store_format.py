@@ -1,5 +1,5 @@
-"""The worked dumps of docs/store-format.md are those of files that a writer has made; what differs from run to run is
-shown as dots. HWTABLES_WRITE_GOLDEN=1 writes them anew."""
+"""The worked dumps of docs/store-format.md are those of files that a writer has made; what differs from run
+to run is shown as dots. HWTABLES_WRITE_GOLDEN=1 writes them anew."""
 
 import os
 import pathlib
@@ -12,7 +12,7 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 PAGE = ROOT / "docs/store-format.md"
 SAMPLE = pathlib.Path(os.environ["HWTABLES_BIN_DIR"]) / "example_store_sample"
-# The hash seed is random, too, and the order of records follows from it. Files that hold nothing yet take any.
+# The hash seed is random, too, and the order of records follows from it. Files without records take any.
 SEED = 7
 NIL = 0xBFFFFFFF
 
@@ -27,7 +27,10 @@ SLOTS_HEADER = (
     (584, 4, "version of slots", "number"), (588, 4, "slots", "number"),
     (592, 4, "largest occupied", "number"), (600, 8, "scratchpad", "number"),
 )
-SLOT = ((0, 4, "sequence", "sequence"), (4, 4, "next", "link"), (8, 32, "value", "bytes"), (40, 4, "hash", "hash"))
+SLOT = (
+    (0, 4, "sequence", "sequence"), (4, 4, "next", "link"), (8, 32, "value", "bytes"),
+    (40, 4, "hash", "hash"),
+)
 BUCKETS_HEADER = (
     (0, 4, "magic", "text"), (4, 4, "element size", "number"), (8, 4, "generation", "masked"),
     (16, 4, "version of buckets", "number"), (20, 4, "buckets", "number"),
@@ -35,10 +38,10 @@ BUCKETS_HEADER = (
 HEAD = ((0, 4, "sequence", "changes"), (4, 4, "next", "link"))
 EMBER = ((0, 4, "generation", "masked"),)
 OWNER = (
-    (0, 4, "magic", "text"), (4, 4, "version", "number"), (8, 8, "sequence", "number"), (16, 4, "wiped", "number"),
-    (20, 4, "shared-memory type", "number"), (24, 4, "pid", "masked"), (32, 8, "start time", "masked"),
-    (40, 40, "boot id", "masked"), (80, 108, "socket name", "text"), (188, 256, "type name", "text"),
-    (1020, 4, "crc32c", "masked"),
+    (0, 4, "magic", "text"), (4, 4, "version", "number"), (8, 8, "sequence", "number"),
+    (16, 4, "wiped", "number"), (20, 4, "shared-memory type", "number"), (24, 4, "pid", "masked"),
+    (32, 8, "start time", "masked"), (40, 40, "boot id", "masked"), (80, 108, "socket name", "text"),
+    (188, 256, "type name", "text"), (1020, 4, "crc32c", "masked"),
 )
 
 
