@@ -67,6 +67,7 @@ bool SharedMemWrapper::mapWhole(OpenedFile const& file, std::size_t size, std::s
 // Large files get huge pages first, where the kernel has some: that takes a fifth of the time of small ones.
 // It makes huge none that is empty, so each is begun with a small one.
 bool SharedMemWrapper::takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const {
+  if (!mayFit(descriptor, begin, end)) return false;
   std::uint64_t huge = begin / AddressRange::kHugePage * AddressRange::kHugePage;
   if (huge + AddressRange::kHugePage <= end) {
     // The last byte gives the file its length, outside of which nothing is made huge.
@@ -100,18 +101,13 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
 std::byte* SharedMemWrapper::grow(std::size_t size) {
   bool const writes = access_ == Access::readWrite;
   OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
-  if (!file.isOpen()) {
-    error_ = file.text;
-    return nullptr;
-  }
+  if (file.isOpen()) return writes ? growFile(file, size) : follow(file, size);
+  error_ = file.text;
+  return nullptr;
+}
+
+std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t size) {
   std::size_t const before = range_.size();
-  if (!writes && roundedToPages(file.size()) < size) {
-    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
-  }
-  if (!writes) {
-    if (!range_.grow(size)) return failed("map", size, std::strerror(errno));
-    return range_.base();
-  }
   // What a shrink had given back is taken again, too, and what another has cut off.
   std::uint64_t const begin = std::min<std::uint64_t>(before, file.size());
   int const descriptor = file.descriptor.number();
@@ -121,6 +117,23 @@ std::byte* SharedMemWrapper::grow(std::size_t size) {
     return failed("have", size, std::strerror(error));
   }
   range_.mapHuge(before, size);
+  return range_.base();
+}
+
+std::byte* SharedMemWrapper::follow(OpenedFile const& file, std::size_t size) {
+  if (roundedToPages(file.size()) < size) {
+    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
+  }
+  if (size < AddressRange::kHugePage) {
+    return range_.grow(size) ? range_.base() : failed("map", size, std::strerror(errno));
+  }
+  // What was mapped by small pages would stay so, though the writer has made it huge since.
+  AddressRange anew;
+  if (!anew.map(file.descriptor.number(), PROT_READ, size, range_.reserved())) {
+    return failed("map", size, std::strerror(errno));
+  }
+  range_.swap(anew);
+  advise();
   return range_.base();
 }
 
