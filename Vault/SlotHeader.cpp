@@ -94,6 +94,8 @@ bool SlotHeaderCommon::validate(Dovel::Platform::DebugHandler const& handler, st
     return fails("marshalled size", high(SlotTable::kLimitsWord), expected.marshalledSize);
   }
   if (typeName() != expected.typeName) return fails("type name", typeName(), expected.typeName);
+  if (sequenceWatermark() % SlotLink::kChange != 0)
+    return fails("sequence watermark", sequenceWatermark(), "a multiple of 4");
   return true;
 }
 

@@ -123,6 +123,10 @@ bool SlotWriterTableCommon::validateHeader(SharedMem::EmberId emberId, std::uint
         DOVEL_TRACESTR("SlotTable", "bad header file size: {} wanted:{}", fileSize, shape_.headerSize()));
   }
   std::uint32_t const numSlots = header().numSlots().count;
+  if (numSlots == 0 || numSlots > kMaxSlots) {
+    return fails(
+        DOVEL_TRACESTR("SlotTable", "bad numSlots: {} message: {}", numSlots, "legal are 1 to 1073741823"));
+  }
   try {
     std::size_t const wanted = sizeFor(numSlots);
     if (fileSize < wanted) {
@@ -206,7 +210,6 @@ std::uint32_t SlotWriterTableCommon::grownSize() const {
   auto const now = static_cast<float>(numSlots_);
   float grown =
       numSlots_ < maxSize_ ? std::min(2 * now, static_cast<float>(maxSize_)) : std::ceil(now * 1.1f);
-  grown = std::max(grown, 1.0f);
   while (static_cast<double>(grown) <= numSlots_) grown = std::nextafter(grown, HUGE_VALF);
   return static_cast<std::uint32_t>(std::min<double>(grown, kMaxSlots));
 }

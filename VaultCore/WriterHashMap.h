@@ -10,6 +10,7 @@
 // the doubled count too, and the count itself changes with its publication.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 
@@ -157,7 +158,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     std::uint32_t const old = buckets_.numBuckets();
     std::uint32_t const grown = 2 * old;
     DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "growing from: {} to: {}", old, grown);
-    Resize const resize(*this);
+    Resize resize(*this);
     buckets_.resize(grown);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
       prefetchChain(bucket + kPrefetchDistance, old);
@@ -171,15 +172,14 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       relink(splitPoint(bucket, old), SlotLink::endAt(bucket + old));
       owner_.yieldIfDue();
     }
-    raise(counters_.maxGrowTime, resize.seconds());
-    updateThresholds();
+    resize.finish(&Bucket::WriterCounters::maxGrowTime);
   }
 
   // Halves the buckets, of which there are at least two.
   void shrinkBuckets() {
     std::uint32_t const old = buckets_.numBuckets();
     std::uint32_t const shrunk = old / 2;
-    Resize const resize(*this);
+    Resize resize(*this);
     for (std::uint32_t bucket = 0; bucket < shrunk; ++bucket) {
       prefetchChain(bucket + kPrefetchDistance, shrunk);
       relink(chainEnd(bucket), buckets_.head(bucket + shrunk).target());
@@ -187,8 +187,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     }
     buckets_.publish(shrunk);
     buckets_.resize(shrunk);
-    raise(counters_.maxShrinkTime, resize.seconds());
-    updateThresholds();
+    resize.finish(&Bucket::WriterCounters::maxShrinkTime);
     DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "shrunk from:{} to:{} shrinkBuckets_:{} time:{}", old,
                 shrunk, shrinkBuckets_, counters_.lastResizeTime);
   }
@@ -228,20 +227,18 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     Resize(Resize const&) = delete;
     Resize& operator=(Resize const&) = delete;
     ~Resize() { map_.resizing_ = false; }
-    double seconds() const {
-      map_.counters_.lastResizeTime =
+    void finish(double Bucket::WriterCounters::*longest) {
+      double const seconds =
           static_cast<double>(Dovel::Rdtsc::now() - start_) / Dovel::Rdtsc::calibrationRate();
-      return map_.counters_.lastResizeTime;
+      map_.counters_.lastResizeTime = seconds;
+      map_.counters_.*longest = std::max(map_.counters_.*longest, seconds);
+      map_.updateThresholds();
     }
 
    private:
     WriterHashMap& map_;
     std::uint64_t start_;
   };
-
-  static void raise(double& highest, double value) {
-    if (value > highest) highest = value;
-  }
 
   void updateThresholds() {
     growBuckets_ = buckets_.numBuckets();

@@ -60,26 +60,23 @@ bool SharedMemWrapper::mapWhole(OpenedFile const& file, std::size_t size, std::s
   // An existing file keeps its length, which need not be that of a page; only its holes are filled.
   std::uint64_t const length = file.size() == 0 ? pages : std::min<std::uint64_t>(pages, file.size());
   std::size_t const wish = roundedToPages(std::min<std::uint64_t>(hint, kLargestSize));
-  return (!writes || prepare(descriptor, 0, length)) &&
-         range_.map(descriptor, writes ? PROT_READ | PROT_WRITE : PROT_READ, pages, wish) &&
-         (!writes || populate(descriptor, 0, length));
+  return (!writes || takePages(descriptor, 0, length)) &&
+         range_.map(descriptor, writes ? PROT_READ | PROT_WRITE : PROT_READ, pages, wish);
 }
 
-// Takes what must be had before the range is mapped: all of it, or, where it has a part in whole huge pages,
-// the file's length and a page in each of those, for the kernel makes huge none that is empty.
-bool SharedMemWrapper::prepare(int descriptor, std::uint64_t begin, std::uint64_t end) const {
+// Large files get huge pages first, where the kernel has some: that takes a fifth of the time of small ones.
+// It makes huge none that is empty, so each is begun with a small one.
+bool SharedMemWrapper::takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const {
+  if (!mayFit(descriptor, begin, end)) return false;
   std::uint64_t huge = begin / AddressRange::kHugePage * AddressRange::kHugePage;
-  if (huge + AddressRange::kHugePage > end) return allocate(descriptor, path_, begin, end);
-  bool taken = allocate(descriptor, path_, end - 1, end);
-  for (; taken && huge + AddressRange::kHugePage <= end; huge += AddressRange::kHugePage) {
-    taken = allocate(descriptor, path_, huge, huge + kPageSize);
+  if (huge + AddressRange::kHugePage <= end) {
+    // The last byte gives the file its length, outside of which nothing is made huge.
+    if (!allocate(descriptor, path_, end - 1, end)) return false;
+    for (; huge + AddressRange::kHugePage <= end; huge += AddressRange::kHugePage) {
+      if (!allocate(descriptor, path_, huge, huge + kPageSize)) return false;
+    }
+    AddressRange::collapse(descriptor, begin, end);
   }
-  return taken;
-}
-
-// Takes the rest, huge pages first. Until then nothing of the range may be touched.
-bool SharedMemWrapper::populate(int descriptor, std::uint64_t begin, std::uint64_t end) const {
-  range_.collapse(begin, end);
   return allocate(descriptor, path_, begin, end);
 }
 
@@ -104,27 +101,39 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
 std::byte* SharedMemWrapper::grow(std::size_t size) {
   bool const writes = access_ == Access::readWrite;
   OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
-  if (!file.isOpen()) {
-    error_ = file.text;
-    return nullptr;
-  }
+  if (file.isOpen()) return writes ? growFile(file, size) : follow(file, size);
+  error_ = file.text;
+  return nullptr;
+}
+
+std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t size) {
   std::size_t const before = range_.size();
-  if (!writes && roundedToPages(file.size()) < size) {
-    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
-  }
-  if (!writes) {
-    if (!range_.grow(size)) return failed("map", size, std::strerror(errno));
-    return range_.base();
-  }
   // What a shrink had given back is taken again, too, and what another has cut off.
   std::uint64_t const begin = std::min<std::uint64_t>(before, file.size());
   int const descriptor = file.descriptor.number();
-  if (!prepare(descriptor, begin, size) || !range_.grow(size) || !populate(descriptor, begin, size)) {
+  if (!takePages(descriptor, begin, size) || !range_.grow(size)) {
     int const error = errno;
-    range_.shrink(before);
     giveBack(descriptor, std::max<std::uint64_t>(before, roundedToPages(file.size())), size);
     return failed("have", size, std::strerror(error));
   }
+  range_.mapHuge(before, size);
+  return range_.base();
+}
+
+std::byte* SharedMemWrapper::follow(OpenedFile const& file, std::size_t size) {
+  if (roundedToPages(file.size()) < size) {
+    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
+  }
+  if (size < AddressRange::kHugePage) {
+    return range_.grow(size) ? range_.base() : failed("map", size, std::strerror(errno));
+  }
+  // What was mapped by small pages would stay so, though the writer has made it huge since.
+  AddressRange anew;
+  if (!anew.map(file.descriptor.number(), PROT_READ, size, range_.reserved())) {
+    return failed("map", size, std::strerror(errno));
+  }
+  range_.swap(anew);
+  advise();
   return range_.base();
 }
 

@@ -1,8 +1,7 @@
 // A mapped file of a store, for its writer and for its readers. One thread.
 //
 // Its pages are taken from the file system before they are mapped, so a file system without space is an error
-// and no signal. Those of a large file are mapped before all of them are taken, but not touched: the kernel
-// is first asked for huge pages, which takes a fifth of the time. The file is opened anew for each change: a
+// and no signal. The file is opened anew for each change: a
 // process has many tables and few descriptors.
 #pragma once
 
@@ -40,8 +39,9 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   OpenedFile open(FileUse use);
   bool mapWhole(OpenedFile const& file, std::size_t size, std::size_t hint);
   std::byte* grow(std::size_t size);
-  bool prepare(int descriptor, std::uint64_t begin, std::uint64_t end) const;
-  bool populate(int descriptor, std::uint64_t begin, std::uint64_t end) const;
+  std::byte* growFile(OpenedFile const& file, std::size_t size);
+  std::byte* follow(OpenedFile const& file, std::size_t size);
+  bool takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   std::byte* shrink(std::size_t size);
   void giveBack(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   void advise() const;

@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 
+#include "platform/memory/Tracked.h"
 #include "tests/Vault/MapRecord.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
@@ -228,6 +229,19 @@ TEST_F(VaultMap, TheTemporaryWriterTakesRecordsAndIsNotMounted) {
   EXPECT_EQ(writer->members(), 1u);
   EXPECT_EQ(writer->maxSize(), 100u);
   EXPECT_EQ(writer->mountStatus(), 0);
+}
+
+TEST_F(VaultMap, ATrackedTableCountsInTheProcesssMemory) {
+  std::size_t const before = Mem::MemoryTracker::ofProcess().bytes();
+  Vault::MapDescriptor descriptor = shared(100);
+  map.init(descriptor);
+  EXPECT_EQ(Mem::MemoryTracker::ofProcess().bytes(), before);
+  map.detach(false);
+  descriptor.trackMemory = true;
+  map.init(descriptor);
+  EXPECT_GT(Mem::MemoryTracker::ofProcess().bytes(), before + 3000);
+  map.detach(false);
+  EXPECT_EQ(Mem::MemoryTracker::ofProcess().bytes(), before);
 }
 
 TEST_F(VaultMap, CopiesTheCountersOfItsWriterWhenAsked) {
