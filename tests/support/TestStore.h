@@ -210,8 +210,9 @@ class Image {
   }
 
   // Every slot on the one chain that its hash asks for or on the free list, chains in order and ended right,
-  // and counts that add up. Returns how many records there are.
-  std::size_t expectSound() const {
+  // and counts that add up. Returns how many records there are. What fills a slot up is zero where only a
+  // writer has been at the file.
+  std::size_t expectSound(bool zeroPadding = true) const {
     std::vector<int> seen(numSlots(), 0);
     std::size_t records = 0;
     for (std::uint32_t bucket = 0; bucket < numBuckets(); ++bucket) {
@@ -223,7 +224,9 @@ class Image {
         EXPECT_EQ(link(id).sequence & 2, 0U) << "slot " << id;
         EXPECT_EQ(reversed(hash(id), 32) % numBuckets(), bucket) << "slot " << id;
         EXPECT_LE(before, hash(id)) << "slot " << id;
-        EXPECT_EQ(tail(id), std::string(tail(id).size(), '\0')) << "slot " << id;
+        if (zeroPadding) {
+          EXPECT_EQ(tail(id), std::string(tail(id).size(), '\0')) << "slot " << id;
+        }
         before = hash(id);
         ++seen.at(id);
         ++records;
