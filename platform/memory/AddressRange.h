@@ -1,0 +1,45 @@
+// Where a mapping stands in the address space. One of 2 MiB and more stands at a multiple of that, so that
+// the processor can be given huge pages. One thread.
+#pragma once
+
+#include <cstddef>
+
+namespace Mem {
+
+class AddressRange {
+ public:
+  AddressRange() = default;
+  AddressRange(AddressRange const&) = delete;
+  AddressRange& operator=(AddressRange const&) = delete;
+  ~AddressRange() { unmap(); }
+
+  static constexpr std::size_t kHugePage = std::size_t{2} << 20;
+
+  // Maps a file from its start, or, for the descriptor -1, private zeroes. Sizes are whole pages. Addresses
+  // up to `hint` bytes are kept free for growth where they can be had. False with errno.
+  bool map(int descriptor, int protection, std::size_t size, std::size_t hint);
+
+  // Moves where it can't grow in place. False with errno and everything as it was.
+  bool grow(std::size_t size);
+  // Fails never; what is cut off may no longer be touched.
+  void shrink(std::size_t size);
+  // Idempotent.
+  void unmap();
+
+  std::byte* base() const { return base_; }
+  std::size_t size() const { return size_; }
+
+  // Where the kernel can, has the whole huge pages of a range be such; a failure means small ones.
+  void collapse(std::size_t begin, std::size_t end) const;
+
+ private:
+  bool growInPlace(std::size_t size);
+  bool move(std::size_t size);
+  void takeReserve(std::size_t from, std::size_t to);
+
+  std::byte* base_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t reserved_ = 0;  // addresses from base_ that are ours, size_ at least
+};
+
+}  // namespace Mem

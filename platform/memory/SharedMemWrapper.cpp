@@ -1,0 +1,148 @@
+#include "platform/memory/SharedMemWrapper.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/memory/Probe.h"
+#include "runtime/Dovel/Format.h"
+
+namespace Mem {
+
+SharedMemWrapper::SharedMemWrapper(Dovel::Platform::DebugHandler const& handler, RootPath const& rootPath,
+                                   Dovel::String fileName, CoreDump coreDump)
+    : Dovel::Debuggable(handler),
+      rootPath_(rootPath),
+      fileName_(std::move(fileName)),
+      path_(rootPath.fileName(fileName_)),
+      coreDump_(coreDump) {}
+
+std::byte* SharedMemWrapper::failed(char const* what, std::size_t size, char const* why) {
+  error_ = fmt::format("cannot {} {} bytes of {}: {}", what, size, path_, why);
+  return nullptr;
+}
+
+std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t hint) {
+  unmap();
+  if (size == 0 || size > kLargestSize) return failed("map", size, std::strerror(EINVAL));
+  bool const writes = access == Access::readWrite;
+  OpenedFile const file = openFile(path_, writes ? FileUse::makeOrWrite : FileUse::read);
+  if (!file.isOpen()) {
+    error_ = file.text;
+    return nullptr;
+  }
+  bool const isNew = file.size() == 0;
+  if (isNew && !writes) return failed("map", size, "the file is empty");
+  std::size_t const pages = roundedToPages(isNew ? size : std::min<std::uint64_t>(size, file.size()));
+  // An existing file keeps its length; only its holes are filled, if it has any.
+  std::uint64_t const length = isNew ? pages : std::min<std::uint64_t>(pages, file.size());
+  int const descriptor = file.descriptor.number();
+  if (writes && !allocate(descriptor, path_, 0, length))
+    return failed("allocate", size, std::strerror(errno));
+  int const protection = writes ? PROT_READ | PROT_WRITE : PROT_READ;
+  if (!range_.map(descriptor, protection, pages,
+                  std::min<std::uint64_t>(roundedToPages(hint), kLargestSize))) {
+    return failed("map", size, std::strerror(errno));
+  }
+  mappedSize_ = std::min(size, pages);
+  device_ = file.status.st_dev;
+  inode_ = file.status.st_ino;
+  access_ = access;
+  advise();
+  if (writes) range_.collapse(0, pages);
+  return range_.base();
+}
+
+OpenedFile SharedMemWrapper::open(FileUse use) {
+  OpenedFile file = openFile(path_, use);
+  if (file.isOpen() && (file.status.st_dev != device_ || file.status.st_ino != inode_)) {
+    file = {};
+    file.text = fmt::format("{} is no longer the file that is mapped", path_);
+  }
+  return file;
+}
+
+std::byte* SharedMemWrapper::resize(std::size_t size) {
+  if (range_.base() == nullptr) return failed("resize to", size, "it is not mapped");
+  if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
+  std::size_t const pages = roundedToPages(size);
+  std::byte* const base = pages > range_.size() ? grow(pages) : shrink(pages);
+  if (base != nullptr) mappedSize_ = size;
+  return base;
+}
+
+std::byte* SharedMemWrapper::grow(std::size_t size) {
+  bool const writes = access_ == Access::readWrite;
+  OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
+  if (!file.isOpen()) {
+    error_ = file.text;
+    return nullptr;
+  }
+  std::size_t const before = range_.size();
+  if (!writes && roundedToPages(file.size()) < size) {
+    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
+  }
+  // What a shrink had given back is taken again, too, and what another has cut off.
+  std::uint64_t const present = std::min<std::uint64_t>(before, file.size());
+  if (writes && !allocate(file.descriptor.number(), path_, present, size)) {
+    return failed("allocate", size, std::strerror(errno));
+  }
+  if (!range_.grow(size)) return failed("map", size, std::strerror(errno));
+  if (writes) range_.collapse(before, size);
+  return range_.base();
+}
+
+std::byte* SharedMemWrapper::shrink(std::size_t size) {
+  if (access_ == Access::readWrite && size < range_.size()) {
+    OpenedFile const file = open(FileUse::write);
+    if (file.isOpen()) giveBack(file.descriptor.number(), size, file.size());
+  }
+  range_.shrink(size);
+  return range_.base();
+}
+
+// Readers that are late must find zeroes. Where the file system makes no holes they are written, though that
+// gives nothing back; as far as this mapping reached, for nobody has looked farther.
+void SharedMemWrapper::giveBack(int descriptor, std::uint64_t begin, std::uint64_t end) const {
+  if (end <= begin) return;
+  int const punched = probedCall("fallocate", path_.data(), [&] {
+    return ::fallocate(descriptor, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(begin),
+                       static_cast<off_t>(end - begin));
+  });
+  if (punched == 0) return;
+  DOVEL_TRACE(debugHandler(), 1, "SharedMemWrapper", "{} keeps its space: {}", path_, std::strerror(errno));
+  static constexpr std::array<std::byte, 65536> kZeroes{};
+  for (end = std::min<std::uint64_t>(end, range_.size()); begin < end; begin += kZeroes.size()) {
+    writeAt(descriptor, path_, kZeroes.data(), std::min<std::uint64_t>(end - begin, kZeroes.size()), begin);
+  }
+}
+
+// A forked child must not write into its parent's table, nor keep it in memory.
+void SharedMemWrapper::advise() const {
+  if (access_ == Access::readWrite) ::madvise(range_.base(), range_.size(), MADV_DONTFORK);
+  if (coreDump_ == CoreDump::asProcess) return;
+  ::madvise(range_.base(), range_.size(), coreDump_ == CoreDump::excluded ? MADV_DONTDUMP : MADV_DODUMP);
+}
+
+void SharedMemWrapper::dumpToCoreIs(CoreDump mode) {
+  coreDump_ = mode;
+  if (range_.base() != nullptr) advise();
+}
+
+std::size_t SharedMemWrapper::memSize() const {
+  struct stat status {};
+  bool const isThere = ::lstat(path_.data(), &status) == 0 && S_ISREG(status.st_mode);
+  return isThere ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+void SharedMemWrapper::unmap() {
+  range_.unmap();
+  mappedSize_ = 0;
+}
+
+}  // namespace Mem
