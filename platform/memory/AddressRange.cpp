@@ -115,6 +115,10 @@ void AddressRange::shrink(std::size_t size) {
 
 void AddressRange::unmap() {
   if (base_ != nullptr) release(base_, base_ + reserved_);
+  forget();
+}
+
+void AddressRange::forget() {
   base_ = nullptr;
   size_ = reserved_ = 0;
 }

@@ -25,6 +25,8 @@ class AddressRange {
   void shrink(std::size_t size);
   // Idempotent.
   void unmap();
+  // Leaves all as it stands and takes it for no longer ours.
+  void forget();
   void swap(AddressRange& other) noexcept;
 
   std::byte* base() const { return base_; }

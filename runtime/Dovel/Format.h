@@ -116,6 +116,10 @@ template <class Sink, class... Args>
                        className, __VA_ARGS__);                                                     \
   } while (false)
 
+// The text that a trace at this place would print.
+#define DOVEL_TRACESTR(className, ...) \
+  ::Dovel::fmtracestr(false, static_cast<char const*>(className), __FILE__, __func__, __LINE__, __VA_ARGS__)
+
 #define DOVEL_THROW(Exception, className, ...) \
   ::Dovel::fmthrow<Exception>(static_cast<char const*>(className), __FILE__, __func__, __LINE__, __VA_ARGS__)
 

@@ -1,0 +1,391 @@
+// The writer's index over the slots: a split-ordered list. All records form one list sorted by the reversed
+// hash of their keys, then by key; a bucket head is a shortcut into it, and the end of a bucket's chain names
+// the bucket that follows. Doubling the buckets moves no record: it adds heads and cuts chains.
+//
+// One thread. Invariants, which hold after every single store while readers walk:
+//  1. The head of a bucket reaches every record of it, under the count that readers see.
+//  2. Growing: new heads stand before the count is published, and chains are cut after it.
+//  3. Shrinking: chains are joined before the count is published.
+// While a resize is under way, critical tasks may look things up: chains are then legal under the halved and
+// the doubled count too, and the count itself changes with its publication.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+
+#include "VaultCore/BucketWriter.h"
+#include "VaultCore/Counters.h"
+#include "VaultCore/IterHint.h"
+#include "VaultCore/SlotLink.h"
+#include "VaultCore/WriterHashMapCommon.h"
+#include "platform/memory/VersionAnchor.h"
+#include "runtime/Dovel/Exception.h"
+#include "runtime/Dovel/Format.h"
+#include "runtime/Dovel/Rdtsc.h"
+
+namespace VaultCore {
+
+// Slots gives slots by id, Owner the hash seed and the yielding to critical tasks; a Validator, while one
+// runs, is told of every slot that an iteration comes to.
+template <class Ops, class Slots, class Owner, class Validator>
+class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
+ public:
+  using Key = typename Ops::Key;
+  using Value = typename Ops::Value;
+  using SlotType = typename Slots::SlotType;
+  using SlotLink = Vault::SlotLink;
+  using IterHint = Vault::IterHint;
+  using Buckets = BucketWriter<SlotLink>;
+
+  // All outlive the map.
+  WriterHashMap(Dovel::Platform::DebugHandler const& handler, Buckets& buckets, Slots& slots, Owner& owner,
+                bool shrinkBuckets, Bucket::WriterCounters& counters)
+      : Dovel::Debuggable(handler),
+        buckets_(buckets),
+        slots_(slots),
+        owner_(owner),
+        shrinkBuckets_(shrinkBuckets),
+        counters_(counters) {}
+
+  // After the bucket file was attached.
+  void attached() { updateThresholds(); }
+
+  std::uint32_t numBuckets() const { return buckets_.numBuckets(); }
+  std::uint32_t bucketOf(std::uint32_t hash) const { return hash & (buckets_.numBuckets() - 1); }
+  // More records than this make the table grow.
+  std::uint32_t growThreshold() const { return growBuckets_; }
+  // Fewer make it shrink; 0 where it never does.
+  std::uint32_t shrinkThreshold() const { return shrinkBuckets_ ? shrinkThreshold_ : 0; }
+
+  void validatorIs(Validator* validator) { validator_ = validator; }
+
+  // Looks for the key in its bucket. prevLink: what leads to the record or to where it belongs; currLink: the
+  // record's slot, or the last that was looked at. Every slot on the way is checked.
+  // Throws Dovel::CorruptionDetectedException.
+  bool find(Key const& key, std::uint32_t bucket, Mem::Cell*& prevLink, Mem::Cell*& currLink,
+            std::uint32_t hash) const {
+    if (bucket >= buckets_.numBuckets()) [[unlikely]]
+      buckets_.throwOutOfRange(bucket);
+    bool const traced = debugHandler().isOn(9);
+    prevLink = currLink = &buckets_.headCell(bucket);
+    std::uint32_t const reversed = reverseBits(hash);
+    SlotLink link = linkIn(*prevLink);
+    std::uint32_t steps = 0;
+    while (link.leadsToSlot()) {
+      if (++steps > slots_.numSlots()) [[unlikely]]
+        throwHashChainCycle(steps, slots_.numSlots());
+      SlotType const slot = slots_[link.id()];
+      slot.prefetch();
+      currLink = &slot.linkCell();
+      SlotLink const next = slot.link();
+      if (!next.occupied()) [[unlikely]]
+        throwNotOccupied(link.id());
+      Key const slotKey = keyIn(slot);
+      if (!belongs(hashOf(slotKey), bucket)) [[unlikely]]
+        throwCorruptKey(link.id());
+      std::uint32_t const slotHash = slot.hash();
+      if (slotHash == reversed && slotKey == key) {
+        if (traced) traceFound(key, link.id(), next);
+        slots_.anchor() = anchorOf(currLink, next);
+        return true;
+      }
+      if (slotHash > reversed || (slotHash == reversed && key < slotKey)) break;
+      if (traced) [[unlikely]]
+        DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} next curr:{}", key, link.id());
+      prevLink = currLink;
+      link = next;
+    }
+    if (traced) [[unlikely]]
+      DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found curr:{} next:{:#x}", key, link.id(),
+                  link.next);
+    return false;
+  }
+
+  // The record of the key, as long as nothing is called; null where there is none. It is copied to `out` too,
+  // unless that is null.
+  Value const* lookup(Key const& key, bool& found, void* out) const {
+    std::uint32_t const hash = hashOf(key);
+    std::uint32_t const bucket = bucketOf(hash);
+    Mem::Cell* prevLink = nullptr;
+    Mem::Cell* currLink = nullptr;
+    found = find(key, bucket, prevLink, currLink, hash);
+    if (!found) {
+      slots_.anchor() = {};
+      DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found bucket:{}", key, bucket);
+      return nullptr;
+    }
+    DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found bucket:{} slotId:{}", key, bucket,
+                linkIn(*prevLink).id());
+    SlotType const slot(currLink);
+    if (out != nullptr) slot.template copyOut<Ops::valueSize>(out);
+    return static_cast<Value const*>(slot.valueAddress());
+  }
+
+  // The first record at or after the bucket, in the order of reversed hashes.
+  bool first(std::uint32_t bucket, Value& value, IterHint& hint) const {
+    if (bucket >= buckets_.numBuckets()) buckets_.throwOutOfRange(bucket);
+    if (!take(buckets_.head(bucket), bucket, value, hint)) return false;
+    DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found at bucket {}", keyOf(value), hint.bucket);
+    return true;
+  }
+
+  // The record after the key, whether or not the key is still there. The hint of the call that returned the
+  // key makes it fast.
+  bool next(Key const& after, Value& value, IterHint& hint) const {
+    // The key may be part of the value that is about to be filled.
+    Key const key = after;
+    if (hint.slot < slots_.numSlots() && hint.bucket < buckets_.numBuckets()) {
+      SlotLink const link = slots_[hint.slot].link();
+      if (link.sequence == hint.sequence) {
+        if (validator_ != nullptr) return step(key, link, hint.bucket, value, hint);
+        IterHint const before = hint;
+        try {
+          return step(key, link, hint.bucket, value, hint);
+        } catch (Dovel::RuntimeException const& caught) {
+          DOVEL_TRACE(debugHandler(), 5, "WriterHashMap",
+                      "saw exception in fast path: {}. This might be okay, dropping to slow path to find out",
+                      caught.msg());
+          hint = before;
+        }
+      }
+    }
+    return nextByKey(key, value, hint);
+  }
+
+  // Doubles the buckets. Throws Dovel::MemoryResourceException before anything has changed.
+  void growBuckets() {
+    std::uint32_t const old = buckets_.numBuckets();
+    std::uint32_t const grown = 2 * old;
+    DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "growing from: {} to: {}", old, grown);
+    Resize resize(*this);
+    buckets_.resize(grown);
+    for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
+      prefetchChain(bucket + kPrefetchDistance, old);
+      SlotLink const split = linkIn(splitPoint(bucket, old));
+      relink(buckets_.headCell(bucket + old), split.target());
+      owner_.yieldIfDue();
+    }
+    buckets_.publish(grown);
+    for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
+      prefetchChain(bucket + kPrefetchDistance, old);
+      relink(splitPoint(bucket, old), SlotLink::endAt(bucket + old));
+      owner_.yieldIfDue();
+    }
+    resize.finish(&Bucket::WriterCounters::maxGrowTime);
+  }
+
+  // Halves the buckets, of which there are at least two.
+  void shrinkBuckets() {
+    std::uint32_t const old = buckets_.numBuckets();
+    std::uint32_t const shrunk = old / 2;
+    Resize resize(*this);
+    for (std::uint32_t bucket = 0; bucket < shrunk; ++bucket) {
+      prefetchChain(bucket + kPrefetchDistance, shrunk);
+      relink(chainEnd(bucket), buckets_.head(bucket + shrunk).target());
+      owner_.yieldIfDue();
+    }
+    buckets_.publish(shrunk);
+    buckets_.resize(shrunk);
+    resize.finish(&Bucket::WriterCounters::maxShrinkTime);
+    DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "shrunk from:{} to:{} shrinkBuckets_:{} time:{}", old,
+                shrunk, shrinkBuckets_, counters_.lastResizeTime);
+  }
+
+  std::uint32_t hashOf(Key const& key) const { return Ops::KeyOps::hash(key, owner_.hashSeed()); }
+
+  // Makes the link lead to another target.
+  static void relink(Mem::Cell& cell, std::uint32_t target) {
+    Mem::SharedWord::publishLink(cell, linkIn(cell).ledTo(target).word());
+  }
+  static SlotLink linkIn(Mem::Cell const& cell) { return SlotLink::fromWord(Mem::SharedWord::ownWord(cell)); }
+  static Key keyIn(SlotType slot) {
+    Key key;
+    slot.template copyOut<sizeof(Key)>(&key);
+    return key;
+  }
+  static decltype(auto) keyOf(Value const& value) { return Ops::KeyOps::key(value); }
+
+  // Of the slot with that link.
+  Mem::VersionAnchor anchorOf(Mem::Cell const* cell, SlotLink link) const {
+    std::byte const* const base = slots_.base();
+    auto const offset = reinterpret_cast<std::byte const*>(cell) - base;
+    return Mem::VersionAnchor::at(link.sequence, base, static_cast<std::uint64_t>(offset));
+  }
+
+ private:
+  // Far enough ahead to hide a miss of the cache behind the work on the buckets between.
+  static constexpr std::uint32_t kPrefetchDistance = 8;
+
+  // Times a resize, starts the yielding, and lets chains be legal under the counts on both sides.
+  class Resize {
+   public:
+    explicit Resize(WriterHashMap& map) : map_(map), start_(Dovel::Rdtsc::now()) {
+      map_.owner_.armDeadline();
+      map_.resizing_ = true;
+    }
+    Resize(Resize const&) = delete;
+    Resize& operator=(Resize const&) = delete;
+    ~Resize() { map_.resizing_ = false; }
+    void finish(double Bucket::WriterCounters::*longest) {
+      double const seconds =
+          static_cast<double>(Dovel::Rdtsc::now() - start_) / Dovel::Rdtsc::calibrationRate();
+      map_.counters_.lastResizeTime = seconds;
+      map_.counters_.*longest = std::max(map_.counters_.*longest, seconds);
+      map_.updateThresholds();
+    }
+
+   private:
+    WriterHashMap& map_;
+    std::uint64_t start_;
+  };
+
+  void updateThresholds() {
+    growBuckets_ = buckets_.numBuckets();
+    shrinkThreshold_ = buckets_.numBuckets() / 4;
+  }
+
+  bool belongs(std::uint32_t hash, std::uint32_t bucket) const {
+    std::uint32_t const count = buckets_.numBuckets();
+    if ((hash & (count - 1)) == bucket) [[likely]]
+      return true;
+    if (!resizing_) return false;
+    return (count > 1 && (hash & (count / 2 - 1)) == bucket) || (hash & (2 * count - 1)) == bucket;
+  }
+
+  // Whether the bucket is the last in iteration order.
+  bool isLast(std::uint32_t bucket) const {
+    std::uint32_t const count = buckets_.numBuckets();
+    if (bucket == count - 1) return true;
+    return resizing_ && (bucket == count / 2 - 1 || bucket == 2 * count - 1);
+  }
+
+  bool follows(std::uint32_t bucket, std::uint32_t named) const {
+    unsigned const bits = buckets_.bits();
+    if (named == BucketTable::nextBucket(bucket, bits)) return true;
+    if (!resizing_) return false;
+    return named == BucketTable::nextBucket(bucket, bits + 1) ||
+           (bits > 0 && named == BucketTable::nextBucket(bucket, bits - 1));
+  }
+
+  // From a link of the bucket's chain on to the next record.
+  bool take(SlotLink link, std::uint32_t bucket, Value& value, IterHint& hint) const {
+    std::uint32_t hops = 0;
+    while (!link.leadsToSlot()) {
+      if (link.isNil()) {
+        if (!isLast(bucket)) throwReachedEnd(bucket, buckets_.numBuckets() - 1);
+        DOVEL_TRACE(debugHandler(), 8, "WriterHashMap", "none found!");
+        return false;
+      }
+      if (++hops >= buckets_.numBuckets()) throwHashBucketCycle(hops, buckets_.numBuckets());
+      if (!follows(bucket, link.id()))
+        throwHasBucket(bucket, link.id(), BucketTable::nextBucket(bucket, buckets_.bits()));
+      if (link.id() >= buckets_.numBuckets()) buckets_.throwOutOfRange(link.id());
+      bucket = link.id();
+      link = buckets_.head(bucket);
+    }
+    SlotType const slot = slots_[link.id()];
+    SlotLink const slotLink = slot.link();
+    if (validator_ != nullptr) {
+      validator_->markOccupied(link.id(), slotLink);
+    } else if (!slotLink.occupied()) {
+      throwNotOccupied(link.id());
+    }
+    slot.template copyOut<Ops::valueSize>(&value);
+    std::uint32_t const hash = hashOf(keyOf(value));
+    if (!belongs(hash, bucket)) throwCorruptKey(link.id());
+    if (validator_ != nullptr && slot.hash() != reverseBits(hash))
+      throwCorruptRhash(link.id(), slot.hash(), reverseBits(hash));
+    hint = {slotLink.sequence, link.id(), bucket};
+    return true;
+  }
+
+  // take() for next(), with its traces.
+  bool step(Key const& key, SlotLink link, std::uint32_t bucket, Value& value, IterHint& hint) const {
+    if (!link.leadsToSlot())
+      DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} next bucket {} using {}", key, link.id(), hint);
+    if (!take(link, bucket, value, hint)) return false;
+    if (validator_ != nullptr && !ordered(key, keyOf(value))) throwCorruptOrder(hint.slot);
+    DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} success {} using {}, saving new slot hint {}", key,
+                keyOf(value), hint.bucket, hint);
+    return true;
+  }
+
+  bool ordered(Key const& before, Key const& after) const {
+    std::uint32_t const left = reverseBits(hashOf(before));
+    std::uint32_t const right = reverseBits(hashOf(after));
+    return left < right || (left == right && before < after);
+  }
+
+  bool nextByKey(Key const& key, Value& value, IterHint& hint) const {
+    std::uint32_t const hash = hashOf(key);
+    std::uint32_t const reversed = reverseBits(hash);
+    std::uint32_t const bucket = bucketOf(hash);
+    SlotLink link = buckets_.head(bucket);
+    std::uint32_t steps = 0;
+    while (link.leadsToSlot()) {
+      if (++steps > slots_.numSlots()) throwHashChainCycle(steps, slots_.numSlots());
+      SlotType const slot = slots_[link.id()];
+      if (!slot.link().occupied()) throwNotOccupied(link.id());
+      Key const slotKey = keyIn(slot);
+      DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} comparing slot {} {}", key, link.id(), slotKey);
+      if (!belongs(hashOf(slotKey), bucket)) throwCorruptKey(link.id());
+      if (slot.hash() > reversed || (slot.hash() == reversed && key < slotKey)) break;
+      link = slot.link();
+    }
+    return step(key, link, bucket, value, hint);
+  }
+
+  void traceFound(Key const& key, std::uint32_t slot, SlotLink link) const {
+    DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found curr:{} next:{:#x}", key, slot, link.next);
+  }
+
+  // Walks a chain for as long as `goesOn` says, and returns the link at which it stopped.
+  template <class GoesOn>
+  Mem::Cell& walk(std::uint32_t bucket, GoesOn&& goesOn) const {
+    Mem::Cell* cell = &buckets_.headCell(bucket);
+    std::uint32_t steps = 0;
+    for (SlotLink link = linkIn(*cell); link.leadsToSlot(); link = linkIn(*cell)) {
+      if (++steps > slots_.numSlots()) throwHashChainCycle(steps, slots_.numSlots());
+      SlotType const slot = slots_[link.id()];
+      if (!slot.link().occupied()) throwNotOccupied(link.id());
+      if (!goesOn(link.id(), reverseBits(slot.hash()))) break;
+      cell = &slot.linkCell();
+    }
+    return *cell;
+  }
+
+  // The link of the bucket's chain behind which the records of bucket + half follow, when there are 2 * half.
+  Mem::Cell& splitPoint(std::uint32_t bucket, std::uint32_t half) const {
+    return walk(bucket, [bucket, half](std::uint32_t slot, std::uint32_t hash) {
+      std::uint32_t const belongsTo = hash & (2 * half - 1);
+      if (belongsTo != bucket && belongsTo != bucket + half) throwCorruptKey(slot);
+      return belongsTo == bucket;
+    });
+  }
+
+  Mem::Cell& chainEnd(std::uint32_t bucket) const {
+    return walk(bucket, [](std::uint32_t, std::uint32_t) { return true; });
+  }
+
+  void prefetchChain(std::uint32_t bucket, std::uint32_t limit) const {
+    if (bucket >= limit) return;
+    SlotLink const head = buckets_.head(bucket);
+    if (!head.leadsToSlot()) return;
+    SlotType const slot = slots_[head.id()];
+    __builtin_prefetch(&slot.linkCell());
+    slot.prefetch();
+  }
+
+  Buckets& buckets_;
+  Slots& slots_;
+  Owner& owner_;
+  std::uint32_t growBuckets_ = 0;
+  std::uint32_t shrinkThreshold_ = 0;
+  bool const shrinkBuckets_;
+  bool resizing_ = false;
+  Bucket::WriterCounters& counters_;
+  Validator* validator_ = nullptr;
+};
+
+}  // namespace VaultCore
