@@ -210,7 +210,6 @@ std::uint32_t SlotWriterTableCommon::grownSize() const {
   auto const now = static_cast<float>(numSlots_);
   float grown =
       numSlots_ < maxSize_ ? std::min(2 * now, static_cast<float>(maxSize_)) : std::ceil(now * 1.1f);
-  grown = std::max(grown, 1.0f);
   while (static_cast<double>(grown) <= numSlots_) grown = std::nextafter(grown, HUGE_VALF);
   return static_cast<std::uint32_t>(std::min<double>(grown, kMaxSlots));
 }

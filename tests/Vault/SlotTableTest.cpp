@@ -543,13 +543,6 @@ TEST_F(SlotTableInMemory, NeverGrowsPastTheIdsThatThereAre) {
   EXPECT_FALSE(slots_->grow());
 }
 
-TEST_F(SlotTableInMemory, GrowsFromNoSlotAtAll) {
-  make(100);
-  fullWith(0);
-  EXPECT_TRUE(slots_->grow());
-  EXPECT_EQ(slots_->numSlots(), 1U);
-}
-
 TEST_F(SlotTableInMemory, RoundsUpWhereItGrowsByTenPercent) {
   make(4);
   fullWith(4);
