@@ -40,6 +40,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   bool const isNew = file.size() == 0;
   if (isNew && !writes) return failed("map", size, "the file is empty");
   access_ = access;
+  process_ = ::getpid();
   if (!mapWhole(file, isNew ? size : std::min<std::uint64_t>(size, file.size()), hint)) {
     int const error = errno;
     unmap();
@@ -91,6 +92,7 @@ OpenedFile SharedMemWrapper::open(FileUse use) {
 
 std::byte* SharedMemWrapper::resize(std::size_t size) {
   if (range_.base() == nullptr) return failed("resize to", size, "it is not mapped");
+  if (isForeign()) return failed("resize to", size, "it is another process that has it mapped");
   if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
   std::size_t const pages = roundedToPages(size);
   std::byte* const base = pages > range_.size() ? grow(pages) : shrink(pages);
@@ -171,7 +173,7 @@ void SharedMemWrapper::advise() const {
 
 void SharedMemWrapper::dumpToCoreIs(CoreDump mode) {
   coreDump_ = mode;
-  if (range_.base() != nullptr) advise();
+  if (range_.base() != nullptr && !isForeign()) advise();
 }
 
 std::size_t SharedMemWrapper::memSize() const {
@@ -181,8 +183,10 @@ std::size_t SharedMemWrapper::memSize() const {
 }
 
 // A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.
+bool SharedMemWrapper::isForeign() const { return access_ == Access::readWrite && process_ != ::getpid(); }
+
 void SharedMemWrapper::unmap() {
-  if (access_ == Access::readWrite && process_ != ::getpid()) range_.forget();
+  if (isForeign()) range_.forget();
   range_.unmap();
   mappedSize_ = 0;
 }

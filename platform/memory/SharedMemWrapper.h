@@ -45,6 +45,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   std::byte* shrink(std::size_t size);
   void giveBack(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   void advise() const;
+  bool isForeign() const;
   void unmap();
 
   RootPath const rootPath_;
