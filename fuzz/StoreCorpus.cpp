@@ -8,9 +8,8 @@ namespace {
 
 using namespace Fuzz;
 
-void save(std::string const& path, std::uint8_t switches, std::string slots, std::string buckets) {
-  // What is zero at an end is there all the same: files of a store are whole pages.
-  while (!buckets.empty() && buckets.back() == '\0') buckets.pop_back();
+void save(std::string const& path, std::uint8_t switches, std::string const& slots,
+          std::string const& buckets) {
   auto const length = static_cast<std::uint32_t>(slots.size());
   std::string input(kHeadOfInput, '\0');
   input[0] = static_cast<char>(switches);
@@ -41,9 +40,13 @@ void make(std::string const& folder, Kind const& kind) {
     for (std::uint32_t number = 0; number < kind.removed; ++number)
       writer.remove({number, (number % kind.hashes) * 0x9e3779b1}, value);
   }
+  // Without the rest of the last page.
   std::size_t const used = 640 + kind.maxSize * 32;
   std::string const slots = contentOf(files.file("slots")).substr(0, used);
-  std::string const buckets = contentOf(files.file("buckets")).substr(0, 24 + 8 * 16);
+  std::string buckets = contentOf(files.file("buckets"));
+  std::uint32_t count = 0;
+  std::memcpy(&count, buckets.data() + 20, sizeof count);
+  buckets.resize(24 + 8 * std::size_t{count});
   std::string const name = folder + "/" + kind.name;
   save(name, kMendHeaders, slots, buckets);
   save(name + "_raw", 0, slots, buckets);

@@ -64,8 +64,8 @@ void writeWhole(std::string const& path, std::string const& bytes, bool cut) {
   ::close(fd);
 }
 
-// All records, in their order. The limit is for tables that aren't sound.
-std::uint32_t iterate(ImageWriter& writer, std::uint32_t limit) {
+// How many records there are up to the limit, which is for tables that aren't sound.
+std::uint32_t iterate(ImageWriter& writer, std::uint32_t limit, bool sound) {
   ImageWriter::Value value;
   Vault::IterHint hint;
   std::uint32_t count = 0;
@@ -74,14 +74,14 @@ std::uint32_t iterate(ImageWriter& writer, std::uint32_t limit) {
     ++count;
     bool found = false;
     writer.lookup(value.key(), found, nullptr);
-    require(found, "a record that was iterated over is not found");
+    require(found || !sound, "a record that was iterated over is not found");
   }
   return count;
 }
 
 void useSound(ImageWriter& writer) {
   std::uint32_t const members = writer.members();
-  require(iterate(writer, members + 1) == members, "a sound table is not iterated over in full");
+  require(iterate(writer, members + 1, true) == members, "a sound table is not iterated over in full");
   ImageRecord const record{{0xabcdef01, 0x12345678}, 7};
   bool found = false;
   writer.lookup(record.key(), found, nullptr);
@@ -125,7 +125,7 @@ void changeInUse(Folder const& folder, Input const& input) {
     useSound(writer);
     return;
   }
-  attempt([&] { iterate(writer, 1000); });
+  attempt([&] { iterate(writer, 1000, false); });
   for (std::uint32_t number = 0; number < 20; ++number) {
     bool found = false;
     attempt([&] { writer.lookup({number, number}, found, nullptr); });

@@ -95,7 +95,9 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
   if (isForeign()) return failed("resize to", size, "it is another process that has it mapped");
   if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
   std::size_t const pages = roundedToPages(size);
-  std::byte* const base = pages > range_.size() ? grow(pages) : shrink(pages);
+  // A file that another has cut may end within a page that is mapped, and is made longer all the same.
+  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > mappedSize_);
+  std::byte* const base = grows ? grow(size) : shrink(pages);
   if (base != nullptr) mappedSize_ = size;
   return base;
 }
@@ -103,17 +105,20 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
 std::byte* SharedMemWrapper::grow(std::size_t size) {
   bool const writes = access_ == Access::readWrite;
   OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
-  if (file.isOpen()) return writes ? growFile(file, size) : follow(file, size);
+  if (file.isOpen()) return writes ? growFile(file, size) : follow(file, roundedToPages(size));
   error_ = file.text;
   return nullptr;
 }
 
-std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t size) {
+std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t wanted) {
   std::size_t const before = range_.size();
+  std::size_t const size = roundedToPages(wanted);
+  // One that is long enough keeps its length.
+  std::uint64_t const end = wanted > file.size() ? size : std::min<std::uint64_t>(size, file.size());
   // What a shrink had given back is taken again, too, and what another has cut off.
   std::uint64_t const begin = std::min<std::uint64_t>(before, file.size());
   int const descriptor = file.descriptor.number();
-  if (!takePages(descriptor, begin, size) || !range_.grow(size)) {
+  if (!takePages(descriptor, begin, end) || !range_.grow(size)) {
     int const error = errno;
     giveBack(descriptor, std::max<std::uint64_t>(before, roundedToPages(file.size())), size);
     return failed("have", size, std::strerror(error));

@@ -39,7 +39,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   OpenedFile open(FileUse use);
   bool mapWhole(OpenedFile const& file, std::size_t size, std::size_t hint);
   std::byte* grow(std::size_t size);
-  std::byte* growFile(OpenedFile const& file, std::size_t size);
+  std::byte* growFile(OpenedFile const& file, std::size_t wanted);
   std::byte* follow(OpenedFile const& file, std::size_t size);
   bool takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   std::byte* shrink(std::size_t size);

@@ -151,6 +151,23 @@ TEST(SlotFileAttach, FileShorterThanItsHeaderIsRefused) {
   EXPECT_THAT(traces, HasSubstr("bad header file size: 655 wanted:656"));
 }
 
+TEST(SlotFileAttach, FilesThatEndWithinAPageGrowWithTheirTable) {
+  LargeStore store;
+  fill(store, 0, 1);
+  auto const ember = store->emberId();
+  store.close();
+  std::filesystem::resize_file(store.file("slots"), 2624 + 2016);
+  std::filesystem::resize_file(store.file("buckets"), 24 + 8);
+  store.open();
+  EXPECT_EQ(store->emberId(), ember);
+  EXPECT_EQ(std::filesystem::file_size(store.file("slots")), 2624U + 2016U);
+  fill(store, 1, 2);
+  EXPECT_TRUE(store->validate());
+  store.reopen();
+  EXPECT_EQ(store->emberId(), ember);
+  EXPECT_EQ(store->members(), 2U);
+}
+
 struct HeaderDamage {
   char const* name;
   std::size_t offset;
