@@ -48,6 +48,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
     return failed("have", size, std::strerror(error));
   }
   mappedSize_ = std::min(size, range_.size());
+  fileSize_ = isNew ? range_.size() : file.size();
   device_ = file.status.st_dev;
   inode_ = file.status.st_ino;
   advise();
@@ -95,8 +96,8 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
   if (isForeign()) return failed("resize to", size, "it is another process that has it mapped");
   if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
   std::size_t const pages = roundedToPages(size);
-  // A file that another has cut may end within a page that is mapped, and is made longer all the same.
-  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > mappedSize_);
+  // A file that was found ending within its last page is made longer though that page is mapped.
+  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > fileSize_);
   std::byte* const base = grows ? grow(size) : shrink(pages);
   if (base != nullptr) mappedSize_ = size;
   return base;
@@ -124,6 +125,7 @@ std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t wanted
     return failed("have", size, std::strerror(error));
   }
   range_.mapHuge(before, size);
+  fileSize_ = std::max<std::uint64_t>(file.size(), end);
   return range_.base();
 }
 

@@ -54,6 +54,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   Dovel::String error_;
   AddressRange range_;
   std::size_t mappedSize_ = 0;
+  std::uint64_t fileSize_ = 0;  // at least so long is the file, unless another cuts it
   dev_t device_ = 0;
   ino_t inode_ = 0;
   Access access_ = Access::readOnly;
