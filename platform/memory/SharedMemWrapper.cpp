@@ -40,6 +40,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   bool const isNew = file.size() == 0;
   if (isNew && !writes) return failed("map", size, "the file is empty");
   access_ = access;
+  process_ = ::getpid();
   if (!mapWhole(file, isNew ? size : std::min<std::uint64_t>(size, file.size()), hint)) {
     int const error = errno;
     unmap();
