@@ -5,9 +5,11 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <map>
 #include <random>
+#include <utility>
 
 #include "platform/memory/EmberFile.h"
 #include "platform/memory/OwnerFile.h"
@@ -81,18 +83,19 @@ class Victim {
   ~Victim() { ::munmap(progress_, sizeof(Progress)); }
 
   std::uint64_t acknowledged() const { return progress_->acknowledged; }
+  unsigned kills() const { return kills_; }
 
   // Works on the table in a process of its own, from the first operation that isn't acknowledged, until it is
   // killed.
   void liveFor(std::chrono::microseconds span) {
-    pid_t const child = ::fork();
-    if (child == 0) work();
-    timespec const sleep{0, std::chrono::nanoseconds(span).count()};
-    ::nanosleep(&sleep, nullptr);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "ended by itself: " << status;
+    killedAfter(span, [this] { work(); });
+  }
+  // Attaches the table and does nothing more.
+  void attachFor(std::chrono::microseconds span) {
+    killedAfter(span, [this] {
+      auto const own = writer();
+      for (;;) ::pause();
+    });
   }
 
   std::unique_ptr<Writer> writer() const {
@@ -105,6 +108,19 @@ class Victim {
   }
 
  private:
+  template <class Life>
+  void killedAfter(std::chrono::microseconds span, Life life) {
+    ++kills_;
+    pid_t const child = ::fork();
+    if (child == 0) life();
+    timespec const sleep{0, std::chrono::nanoseconds(span).count()};
+    ::nanosleep(&sleep, nullptr);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << "ended by itself: " << status;
+  }
+
   [[noreturn]] void work() {
     auto const own = writer();
     for (std::uint64_t number = progress_->acknowledged;; ++number) {
@@ -116,6 +132,7 @@ class Victim {
   std::string const path_;
   std::uint64_t const seed_;
   Progress* progress_;
+  unsigned kills_ = 0;
 };
 
 Model contentsOf(Writer const& writer) {
@@ -136,9 +153,15 @@ class Judge {
   Judge(TestSupport::StoreDir const& dir, Victim const& victim, std::uint64_t seed)
       : dir_(dir), victim_(victim), seed_(seed) {}
 
+  // Before another process attaches the files: what that one loses may be lost.
+  void look() { mayBeLost_ = mayBeLost_ || isInterrupted(); }
+  // All was removed.
+  void forget() { model_.clear(); }
+
   void judge() {
+    look();
+    bool const mayBeLost = std::exchange(mayBeLost_, false);
     while (applied_ < victim_.acknowledged()) Operation::at(seed_, applied_++).applyTo(model_);
-    bool const mayBeLost = isInterrupted();
     auto const writer = victim_.writer();
     ASSERT_TRUE(writer->validate());
     SharedMem::OwnerFile owner(writer->debugHandler(), writer->rootPath(), false);
@@ -178,6 +201,7 @@ class Judge {
   Victim const& victim_;
   std::uint64_t const seed_;
   std::uint64_t applied_ = 0;
+  bool mayBeLost_ = false;
   Model model_;
 };
 
@@ -198,15 +222,24 @@ TEST(KilledWriter, LosesNoAcknowledgedOperationOrTheWholeTableAndSaysSo) {
   for (unsigned loop = 0; loop < loops() && !testing::Test::HasFailure(); ++loop) {
     // Some lives end while the table is being attached.
     victim.liveFor(std::chrono::microseconds(random() % (loop % 4 == 0 ? 600 : 4000)));
+    judge.look();
+    // And some recoveries don't come to their end either.
+    if (loop % 3 == 0) victim.attachFor(std::chrono::microseconds(random() % 900));
     judge.judge();
     if (loop % 100 == 99) std::filesystem::remove(dir.file("slots"));
     if (loop % 100 == 99) judge.judge();
+    if (loop % 20 == 19) {
+      victim.writer()->cleanup();
+      judge.forget();
+      victim.attachFor(std::chrono::microseconds(random() % 1200));
+      judge.judge();
+    }
   }
   EXPECT_GT(judge.kept, loops() / 4);
   EXPECT_GT(judge.wipes, 0U);
   fmt::print(
       "{} operations, {} kills: {} times all was kept, the one in flight too {} times, {} times wiped\n",
-      victim.acknowledged(), loops(), judge.kept, judge.inFlight, judge.wipes);
+      victim.acknowledged(), victim.kills(), judge.kept, judge.inFlight, judge.wipes);
 }
 
 }  // namespace

@@ -365,6 +365,16 @@ TEST_F(SharedMemWrapper, DetachIsIdempotentAndKeepsTheFile) {
   EXPECT_TRUE(isFilled(slots.attach(kPage, Access::readWrite, 0), kPage));
 }
 
+TEST_F(SharedMemWrapper, NothingStaysMappedAfterADetach) {
+  for (auto const access : {Access::readWrite, Access::readOnly}) {
+    auto slots = file();
+    std::byte const* const base = slots.attach(kPage, access, 0);
+    EXPECT_FALSE(flagsOf(base).empty());
+    slots.detach();
+    EXPECT_EQ(contentOf("/proc/self/maps").find(path), std::string::npos);
+  }
+}
+
 TEST_F(SharedMemWrapper, RemovedFileStaysMappedAndCantGrow) {
   auto slots = file();
   slots.removeFile();
