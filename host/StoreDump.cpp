@@ -38,7 +38,8 @@ class TextFields final : public Vault::FieldSink {
     if (value != 0) fmt::format_to(fmt::appender(text_), " {}:{}", name, value);
   }
   void bits(std::string_view name, std::string_view hex) override {
-    if (hex.find_first_not_of("0x") != hex.npos) fmt::format_to(fmt::appender(text_), " {}:{}", name, hex);
+    if (hex.find_first_not_of("0x") != std::string_view::npos)
+      fmt::format_to(fmt::appender(text_), " {}:{}", name, hex);
   }
 
  private:

@@ -40,6 +40,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   bool const isNew = file.size() == 0;
   if (isNew && !writes) return failed("map", size, "the file is empty");
   access_ = access;
+  process_ = ::getpid();
   if (!mapWhole(file, isNew ? size : std::min<std::uint64_t>(size, file.size()), hint)) {
     int const error = errno;
     unmap();
@@ -47,6 +48,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
     return failed("have", size, std::strerror(error));
   }
   mappedSize_ = std::min(size, range_.size());
+  fileSize_ = isNew ? range_.size() : file.size();
   device_ = file.status.st_dev;
   inode_ = file.status.st_ino;
   advise();
@@ -91,10 +93,11 @@ OpenedFile SharedMemWrapper::open(FileUse use) {
 
 std::byte* SharedMemWrapper::resize(std::size_t size) {
   if (range_.base() == nullptr) return failed("resize to", size, "it is not mapped");
+  if (isForeign()) return failed("resize to", size, "it is another process that has it mapped");
   if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
   std::size_t const pages = roundedToPages(size);
-  // A file that another has cut may end within a page that is mapped, and is made longer all the same.
-  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > mappedSize_);
+  // A file that was found ending within its last page is made longer though that page is mapped.
+  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > fileSize_);
   std::byte* const base = grows ? grow(size) : shrink(pages);
   if (base != nullptr) mappedSize_ = size;
   return base;
@@ -122,6 +125,7 @@ std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t wanted
     return failed("have", size, std::strerror(error));
   }
   range_.mapHuge(before, size);
+  fileSize_ = std::max<std::uint64_t>(file.size(), end);
   return range_.base();
 }
 
@@ -176,7 +180,7 @@ void SharedMemWrapper::advise() const {
 
 void SharedMemWrapper::dumpToCoreIs(CoreDump mode) {
   coreDump_ = mode;
-  if (range_.base() != nullptr) advise();
+  if (range_.base() != nullptr && !isForeign()) advise();
 }
 
 std::size_t SharedMemWrapper::memSize() const {
@@ -186,8 +190,10 @@ std::size_t SharedMemWrapper::memSize() const {
 }
 
 // A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.
+bool SharedMemWrapper::isForeign() const { return access_ == Access::readWrite && process_ != ::getpid(); }
+
 void SharedMemWrapper::unmap() {
-  if (access_ == Access::readWrite && process_ != ::getpid()) range_.forget();
+  if (isForeign()) range_.forget();
   range_.unmap();
   mappedSize_ = 0;
 }

@@ -328,8 +328,12 @@ TEST_F(SharedMemWrapper, WriterMappingsAreNotInheritedByAForkedChild) {
   pid_t const child = TestSupport::forked([&] {
     MUST(flagsOf(base).empty());
     MUST(!flagsOf(read).empty());
+    MUST(writer.resize(9 * kPage) == nullptr && writer.resize(kPage) == nullptr);
+    writer.dumpToCoreIs(CoreDump::forced);
   });
   EXPECT_EQ(TestSupport::waitedFor(child), 0);
+  EXPECT_EQ(length(), 5 * kPage);
+  EXPECT_EQ(taken(), 5 * kPage);
 }
 
 TEST_F(SharedMemWrapper, CoreDumpsHoldOrLeaveOutTheMappingAsTold) {
@@ -348,14 +352,27 @@ TEST_F(SharedMemWrapper, CoreDumpsHoldOrLeaveOutTheMappingAsTold) {
 TEST_F(SharedMemWrapper, DetachIsIdempotentAndKeepsTheFile) {
   auto slots = file();
   slots.detach();
-  fill(slots.attach(kPage, Access::readWrite, 0), kPage);
+  std::byte* const base = slots.attach(kPage, Access::readWrite, kHuge);
+  fill(base, kPage);
   slots.detach();
+  EXPECT_EQ(flagsOf(base), "");
+  EXPECT_EQ(flagsOf(base + kPage), "");
   slots.detach();
   EXPECT_EQ(slots.mappedSize(), 0U);
   EXPECT_EQ(slots.memSize(), kPage);
   EXPECT_EQ(slots.resize(kPage), nullptr);
   EXPECT_THAT(slots.error().data(), HasSubstr("not mapped"));
   EXPECT_TRUE(isFilled(slots.attach(kPage, Access::readWrite, 0), kPage));
+}
+
+TEST_F(SharedMemWrapper, NothingStaysMappedAfterADetach) {
+  for (auto const access : {Access::readWrite, Access::readOnly}) {
+    auto slots = file();
+    std::byte const* const base = slots.attach(kPage, access, 0);
+    EXPECT_FALSE(flagsOf(base).empty());
+    slots.detach();
+    EXPECT_EQ(contentOf("/proc/self/maps").find(path), std::string::npos);
+  }
 }
 
 TEST_F(SharedMemWrapper, RemovedFileStaysMappedAndCantGrow) {

@@ -1,0 +1,45 @@
+// A fresh directory in shared memory for the files of one table; removed with all in it. One thread.
+#pragma once
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+namespace StoreBench {
+
+class Directory {
+ public:
+  Directory() {
+    static int made = 0;
+    path_ = "/dev/shm/hwtables-bench-" + std::to_string(getpid()) + "-" + std::to_string(made++);
+    std::filesystem::create_directory(path_);
+  }
+  Directory(Directory const&) = delete;
+  Directory& operator=(Directory const&) = delete;
+  ~Directory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+
+  std::string const& path() const { return path_; }
+  std::string file(std::string const& name) const { return path_ + "/" + name; }
+
+  // The memory that the files really hold: sparse files count by the pages that were touched.
+  std::uint64_t bytes() const {
+    std::uint64_t blocks = 0;
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(path_)) {
+      struct stat status;
+      if (lstat(entry.path().c_str(), &status) == 0 && S_ISREG(status.st_mode))
+        blocks += static_cast<std::uint64_t>(status.st_blocks);
+    }
+    return blocks * 512;
+  }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace StoreBench

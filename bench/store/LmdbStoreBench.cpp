@@ -1,0 +1,132 @@
+// LMDB in shared memory, without any syncing: one operation a transaction, and 1000.
+#include <lmdb.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "bench/store/TableBench.h"
+
+namespace {
+
+using namespace StoreBench;
+
+int must(int result) {
+  if (result != MDB_SUCCESS) throw std::runtime_error(mdb_strerror(result));
+  return result;
+}
+
+// The first bytes of the record's key: the label and the bit after it.
+struct KeyBytes {
+  static constexpr std::size_t kSize = 5;
+  MDB_val value;
+  explicit KeyBytes(Key const& key) : value{kSize, const_cast<Key*>(&key)} {}
+};
+
+// `batch` operations share a transaction, reads too.
+template <unsigned batch>
+class LmdbTable {
+ public:
+  LmdbTable(Directory const& directory, std::uint32_t count) {
+    must(mdb_env_create(&environment_));
+    must(mdb_env_set_mapsize(environment_, (std::size_t{16} << 20) + std::size_t{count} * 512));
+    must(mdb_env_open(environment_, directory.path().c_str(), MDB_NOSYNC | MDB_WRITEMAP | MDB_NOMETASYNC,
+                      0644));
+    must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
+    must(mdb_dbi_open(transaction_, nullptr, MDB_CREATE, &database_));
+    settle();
+    must(mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &reader_));
+    mdb_txn_reset(reader_);
+  }
+  LmdbTable(LmdbTable const&) = delete;
+  LmdbTable& operator=(LmdbTable const&) = delete;
+  ~LmdbTable() {
+    settle();
+    mdb_txn_abort(reader_);
+    mdb_env_close(environment_);
+  }
+
+  void put(Record const& record) {
+    beginWrite();
+    KeyBytes key(record.key);
+    MDB_val value{sizeof record.row, const_cast<Row*>(&record.row)};
+    must(mdb_put(transaction_, database_, &key.value, &value, 0));
+    endWrite();
+  }
+  void overwrite(Record const& record) { put(record); }
+
+  bool get(Key const& key, Record& out) {
+    if (read_ == 0) must(mdb_txn_renew(reader_));
+    KeyBytes bytes(key);
+    MDB_val value;
+    bool const found = mdb_get(reader_, database_, &bytes.value, &value) == MDB_SUCCESS;
+    if (found) copyOut(bytes.value, value, out);
+    if (++read_ == batch) endRead();
+    return found;
+  }
+
+  bool erase(Key const& key) {
+    beginWrite();
+    KeyBytes bytes(key);
+    bool const found = mdb_del(transaction_, database_, &bytes.value, nullptr) == MDB_SUCCESS;
+    endWrite();
+    return found;
+  }
+
+  // In one transaction: a cursor can't be kept beyond it.
+  template <class Visit>
+  void forEach(Visit&& visit) {
+    must(mdb_txn_renew(reader_));
+    MDB_cursor* cursor;
+    must(mdb_cursor_open(reader_, database_, &cursor));
+    MDB_val key, value;
+    Record out{};
+    while (mdb_cursor_get(cursor, &key, &value, MDB_NEXT) == MDB_SUCCESS) {
+      copyOut(key, value, out);
+      visit(out);
+    }
+    mdb_cursor_close(cursor);
+    mdb_txn_reset(reader_);
+  }
+
+  void settle() {
+    if (transaction_) must(mdb_txn_commit(transaction_));
+    transaction_ = nullptr;
+    written_ = 0;
+    if (read_ != 0) endRead();
+  }
+
+  std::uint32_t size() {
+    MDB_stat status;
+    must(mdb_env_stat(environment_, &status));
+    return static_cast<std::uint32_t>(status.ms_entries);
+  }
+
+ private:
+  void beginWrite() {
+    if (!transaction_) must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
+  }
+  void endWrite() {
+    if (++written_ == batch) settle();
+  }
+  void endRead() {
+    mdb_txn_reset(reader_);
+    read_ = 0;
+  }
+  static void copyOut(MDB_val const& key, MDB_val const& value, Record& out) {
+    out.key = Key();
+    std::memcpy(static_cast<void*>(&out.key), key.mv_data, KeyBytes::kSize);
+    std::memcpy(out.row.data(), value.mv_data, sizeof out.row);
+  }
+
+  MDB_env* environment_ = nullptr;
+  MDB_dbi database_ = 0;
+  MDB_txn* transaction_ = nullptr;  // open for writing, or none
+  MDB_txn* reader_ = nullptr;
+  unsigned written_ = 0;
+  unsigned read_ = 0;
+};
+
+[[maybe_unused]] bool const registered =
+    registerTable<LmdbTable<1>>("lmdb_single") && registerTable<LmdbTable<1000>>("lmdb_batch");
+
+}  // namespace
