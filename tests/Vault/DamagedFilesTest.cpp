@@ -131,6 +131,8 @@ TEST(DamagedFiles, WithRandomBytesInThemAreAdoptedOrWipedOrRefused) {
   for (int round = 0; round < 300; ++round) {
     for (std::uint32_t number = 0; number < 100; ++number) store.write({number, number});
     auto const ember = store->emberId();
+    // More than 100 once a key was damaged in a way that no check can see.
+    std::uint32_t const members = store->members();
     store.close();
     std::string const path = store.file(kFiles[random() % 4]);
     std::size_t const size = std::filesystem::file_size(path);
@@ -142,7 +144,7 @@ TEST(DamagedFiles, WithRandomBytesInThemAreAdoptedOrWipedOrRefused) {
     store.open();
     ASSERT_TRUE(store->validate());
     if (store->emberId() != ember) ++wiped;
-    ASSERT_EQ(store->members(), store->emberId() == ember ? 100U : 0U);
+    ASSERT_EQ(store->members(), store->emberId() == ember ? members : 0U);
     ASSERT_EQ(store.image().expectSound(false), store->members());
     ASSERT_EQ(store.iterated().size(), store->members());
   }
