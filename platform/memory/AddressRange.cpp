@@ -110,7 +110,7 @@ void AddressRange::unmap() {
 
 void AddressRange::collapse(std::size_t begin, std::size_t end) const {
   if (!isAligned(base_)) return;
-  begin = (begin + kHugePage - 1) / kHugePage * kHugePage;
+  begin = begin / kHugePage * kHugePage;
   end = end / kHugePage * kHugePage;
   if (begin < end) ::madvise(base_ + begin, end - begin, MADV_COLLAPSE);
 }
