@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "VaultCore/SlotLink.h"
+#include "platform/memory/Validation.h"
 #include "runtime/Dovel/Format.h"
 
 namespace Vault {
@@ -67,10 +68,11 @@ bool SlotHeaderCommon::validate(Dovel::Platform::DebugHandler const& handler, st
                                 std::uint64_t fileSize, SlotHeaderDescription const& expected,
                                 Dovel::String& error) const {
   auto const fails = [&](std::string_view what, auto found, auto wanted) {
-    error = Dovel::fmtracestr(false, "SlotHeaderCommon", __FILE__, "validate", __LINE__,
-                              "bad {} in header of {} bytes: {} wanted:{}", what, fileSize, found, wanted);
-    DOVEL_TRACE(handler, 0, "SlotHeaderCommon", "{}", error);
-    return false;
+    return Mem::failValidation(
+        handler, "SlotHeaderCommon",
+        DOVEL_TRACESTR("SlotHeaderCommon", "bad {} in header of {} bytes: {} wanted:{}", what, fileSize,
+                       found, wanted),
+        error);
   };
   auto const low = [this](std::size_t at) { return Mem::lowHalf(word(at)); };
   auto const high = [this](std::size_t at) { return Mem::highHalf(word(at)); };
@@ -92,6 +94,8 @@ bool SlotHeaderCommon::validate(Dovel::Platform::DebugHandler const& handler, st
     return fails("marshalled size", high(SlotTable::kLimitsWord), expected.marshalledSize);
   }
   if (typeName() != expected.typeName) return fails("type name", typeName(), expected.typeName);
+  if (sequenceWatermark() % SlotLink::kChange != 0)
+    return fails("sequence watermark", sequenceWatermark(), "a multiple of 4");
   return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include "Vault/TableFullException.h"
 #include "platform/memory/FileSize.h"
+#include "platform/memory/Validation.h"
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
 #include "runtime/Dovel/Random.h"
@@ -115,15 +116,17 @@ bool SlotWriterTableCommon::validateHeader(SharedMem::EmberId emberId, std::uint
     return false;
   }
   auto const fails = [&](Dovel::String const& text) {
-    error = text;
-    DOVEL_TRACE(debugHandler(), 0, "SlotTable", "{}", error);
-    return false;
+    return Mem::failValidation(debugHandler(), "SlotTable", text, error);
   };
   if (fileSize < shape_.headerSize()) {
     return fails(
         DOVEL_TRACESTR("SlotTable", "bad header file size: {} wanted:{}", fileSize, shape_.headerSize()));
   }
   std::uint32_t const numSlots = header().numSlots().count;
+  if (numSlots == 0 || numSlots > kMaxSlots) {
+    return fails(
+        DOVEL_TRACESTR("SlotTable", "bad numSlots: {} message: {}", numSlots, "legal are 1 to 1073741823"));
+  }
   try {
     std::size_t const wanted = sizeFor(numSlots);
     if (fileSize < wanted) {
@@ -138,9 +141,7 @@ bool SlotWriterTableCommon::validateHeader(SharedMem::EmberId emberId, std::uint
 
 bool SlotWriterTableCommon::validate(SharedMem::EmberId emberId, Dovel::String& error) const {
   auto const fails = [&](Dovel::String const& text) {
-    error = text;
-    DOVEL_TRACE(debugHandler(), 0, "SlotWriterTable", "{}", error);
-    return false;
+    return Mem::failValidation(debugHandler(), "SlotWriterTable", text, error);
   };
   if ((header().runtimeFlags() & SlotTable::kInCriticalSection) != 0) {
     return fails(

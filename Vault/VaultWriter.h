@@ -297,12 +297,11 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
 
   // Takes a slot off the free list for the place behind prevLink, which stays right if the table grows.
   std::uint32_t takeSlot(Mem::Cell*& prevLink, std::uint32_t hash) {
-    AutoMemMove const guard(slots_, prevLink);
-    std::uint32_t id = slots_.header().freeList();
-    if (id == SlotLink::kNil) [[unlikely]] {
+    if (slots_.header().freeList() == SlotLink::kNil) [[unlikely]] {
+      AutoMemMove const guard(slots_, prevLink);
       if (!slots_.grow()) slots_.alloc();
-      id = slots_.header().freeList();
     }
+    std::uint32_t const id = slots_.header().freeList();
     SlotHeaderCommon const header = slots_.header();
     SlotType const slot = slots_[id];
     slot.hashIs(VaultCore::reverseBits(hash));
@@ -400,7 +399,8 @@ void VaultWriter<Ops>::doMaybeShrinkSlots(std::uint32_t shrinkThreshold) {
     ++moved;
     yieldIfDue();
   }
-  if (!dropped) slots_.anchor() = saved;
+  // Every search has set the anchor; it marks what it marked before, unless that was moved.
+  slots_.anchor() = dropped ? Mem::VersionAnchor() : saved;
   slots_.shrink(threshold);
   DOVEL_TRACE(handler_, 5, "VaultWriter", "at threshold:{} done", threshold);
   counters_.slotsMoved += moved;
@@ -417,7 +417,6 @@ bool VaultWriter<Ops>::moveSlot(std::uint32_t id, Mem::VersionAnchor const& save
   DOVEL_ASSERT(found, "VaultWriter", "fromSlot:{} key not found", id);
   DOVEL_ASSERT(prevLink != nullptr, "VaultWriter", "fromSlot:{} not referenced", id);
   bool const anchored = slots_.anchor() == saved;
-  if (anchored) slots_.anchor() = {};
   std::uint32_t const newId = slots_.move(id);
   DOVEL_TRACE(handler_, 9, "VaultWriter", "moving fromSlot:{} toSlot:{}", id, newId);
   HashMap::relink(*prevLink, newId);

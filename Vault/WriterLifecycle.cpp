@@ -52,6 +52,7 @@ WriterLifecycle::WriterLifecycle(Dovel::Platform::DebugHandler const& handler, M
       rootPath_(rootPath),
       coreDump_(coreDumpOfFiles()),
       useHeap_(descriptor.useHeap),
+      trackMemory_(descriptor.trackMemory),
       buckets_(handler_, rootPath_, mappingOf(VaultCore::BucketTable::kFileName)),
       herald_(std::move(herald)),
       typeName_(typeName) {
@@ -60,12 +61,17 @@ WriterLifecycle::WriterLifecycle(Dovel::Platform::DebugHandler const& handler, M
 }
 
 std::unique_ptr<Mem::Mapping> WriterLifecycle::mappingOf(char const* fileName) const {
+  Mem::MemoryTracker* const tracker = trackMemory_ ? &Mem::MemoryTracker::ofProcess() : nullptr;
   if (localMem_) {
-    auto local = std::make_unique<Mem::Local>(handler_, rootPath_, fileName, coreDump_);
+    auto local = std::make_unique<Mem::Tracked<Mem::Local>>(handler_, rootPath_, fileName, coreDump_);
     local->useHeapIs(useHeap_);
+    local->enable(tracker);
     return local;
   }
-  return std::make_unique<Mem::Tracked<Mem::SharedMemWrapper>>(handler_, rootPath_, fileName, coreDump_);
+  auto shared =
+      std::make_unique<Mem::Tracked<Mem::SharedMemWrapper>>(handler_, rootPath_, fileName, coreDump_);
+  shared->enable(tracker);
+  return shared;
 }
 
 void WriterLifecycle::attach() {
@@ -162,7 +168,6 @@ AttachResult WriterLifecycle::attachAndValidate(bool wipeFirst, Claim& claim) {
     bool const valid = claim.owner.validate(error);
     DOVEL_ASSERT(valid, "VaultWriter", "wrote to owner file but validation failed: {}", error);
   }
-  ready_ = true;
   if (wipeFirst) DOVEL_TRACE(handler_, 1, "VaultWriter", "re-formatted successfully");
   return result;
 }
@@ -206,6 +211,8 @@ void WriterLifecycle::detachFiles() {
       }
     } catch (Dovel::CorruptionDetectedException const& caught) {
       DOVEL_TRACE(handler_, 1, "VaultWriter", "ignoring owner file corruption:{}", caught.msg());
+    } catch (Dovel::Exception const& caught) {
+      DOVEL_TRACE(handler_, 1, "VaultWriter", "can't clear wireletInfo:{}", caught.msg());
     }
   }
   letGo();
@@ -244,7 +251,6 @@ void WriterLifecycle::removeFiles() {
     rootPath_.removeFile(Mem::Util::Clone::CONTROL_FILENAME);
     rootPath_.removeFile(SharedMem::OwnerFile::FILENAME);
   }
-  ready_ = false;
 }
 
 bool WriterLifecycle::filesAreThere() {

@@ -63,11 +63,11 @@ class WriterLifecycle {
   Herald::Writer::Counters heraldCounters_;
   Mem::CoreDump const coreDump_;
   bool const useHeap_;
+  bool const trackMemory_;
   Buckets buckets_;
   std::unique_ptr<Herald::HeraldWriter> herald_;
   std::string_view const typeName_;
   bool initialized_ = false;
-  bool ready_ = false;
 
  private:
   struct Claim;

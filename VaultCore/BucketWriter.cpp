@@ -6,6 +6,7 @@
 
 #include "platform/memory/FileSize.h"
 #include "platform/memory/ValidateFile.h"
+#include "platform/memory/Validation.h"
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
 
@@ -70,9 +71,7 @@ bool BucketWriterCommon::validate(SharedMem::EmberId emberId, Dovel::String& err
 bool BucketWriterCommon::validate(SharedMem::EmberId emberId, std::uint64_t fileSize,
                                   Dovel::String& error) const {
   auto const fails = [&](Dovel::String const& text) {
-    error = text;
-    DOVEL_TRACE(debugHandler(), 0, "BucketWriter", "{}", error);
-    return false;
+    return Mem::failValidation(debugHandler(), "BucketWriter", text, error);
   };
   Mem::Cell const magic = Mem::SharedWord::ownWord(header_[BucketTable::kMagicCell]);
   SharedMem::EmberId const generation(

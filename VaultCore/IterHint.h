@@ -19,7 +19,7 @@ struct IterHint {
 }  // namespace Vault
 
 template <>
-struct fmt::formatter<Vault::IterHint> : fmt::formatter<fmt::string_view> {
+struct fmt::formatter<Vault::IterHint> : Dovel::PlainFormatter {
   auto format(Vault::IterHint const& hint, fmt::format_context& context) const {
     return fmt::format_to(context.out(), "slot {} of bucket {} at sequence {}", hint.slot, hint.bucket,
                           hint.sequence);

@@ -129,7 +129,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     std::uint32_t const old = buckets_.numBuckets();
     std::uint32_t const grown = 2 * old;
     DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "growing from: {} to: {}", old, grown);
-    Resize const resize(*this);
+    Resize resize(*this);
     buckets_.resize(grown);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
       prefetchChain(bucket, old);
@@ -143,15 +143,14 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       relink(cutPoint(bucket, buckets_.head(bucket + old)), SlotLink::endAt(bucket + old));
       owner_.yieldIfDue();
     }
-    raise(counters_.maxGrowTime, resize.seconds());
-    updateThresholds();
+    resize.finish(&Bucket::WriterCounters::maxGrowTime);
   }
 
   // Halves the buckets, of which there are at least two.
   void shrinkBuckets() {
     std::uint32_t const old = buckets_.numBuckets();
     std::uint32_t const shrunk = old / 2;
-    Resize const resize(*this);
+    Resize resize(*this);
     for (std::uint32_t bucket = 0; bucket < shrunk; ++bucket) {
       prefetchChain(bucket, shrunk);
       relink(chainEnd(bucket), buckets_.head(bucket + shrunk).target());
@@ -159,8 +158,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     }
     buckets_.publish(shrunk);
     buckets_.resize(shrunk);
-    raise(counters_.maxShrinkTime, resize.seconds());
-    updateThresholds();
+    resize.finish(&Bucket::WriterCounters::maxShrinkTime);
     DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "shrunk from:{} to:{} shrinkBuckets_:{} time:{}", old,
                 shrunk, shrinkBuckets_, counters_.lastResizeTime);
   }
@@ -250,20 +248,18 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     Resize(Resize const&) = delete;
     Resize& operator=(Resize const&) = delete;
     ~Resize() { map_.resizing_ = false; }
-    double seconds() const {
-      map_.counters_.lastResizeTime =
+    void finish(double Bucket::WriterCounters::*longest) {
+      double const seconds =
           static_cast<double>(Dovel::Rdtsc::now() - start_) / Dovel::Rdtsc::calibrationRate();
-      return map_.counters_.lastResizeTime;
+      map_.counters_.lastResizeTime = seconds;
+      map_.counters_.*longest = std::max(map_.counters_.*longest, seconds);
+      map_.updateThresholds();
     }
 
    private:
     WriterHashMap& map_;
     std::uint64_t start_;
   };
-
-  static void raise(double& highest, double value) {
-    if (value > highest) highest = value;
-  }
 
   void updateThresholds() {
     growBuckets_ = buckets_.numBuckets();

@@ -1,5 +1,6 @@
-# hwtables_add_tests(<layer>): makes the program test_<layer> of every *Test.cpp under tests/<layer>, so that no test
-# file can be left out. Every test case is a test of CTest.
+# hwtables_add_tests(<layer> [PROBED] [LIBRARIES ...]): makes the program test_<layer> of every source under
+# tests/<layer>, so that no test file can be left out. Every test case is a test of CTest. PROBED: links the store
+# that tests can watch at every access, instead of the library.
 include(GoogleTest)
 
 # What the tests of all layers share.
@@ -11,11 +12,12 @@ function(hwtables_add_test_support)
 endfunction()
 
 function(hwtables_add_tests layer)
-  cmake_parse_arguments(ARG "" "" "LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "PROBED" "" "LIBRARIES" ${ARGN})
   string(REPLACE "/" "_" name "test_${layer}")
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/${layer}/*.cpp)
   add_executable(${name} ${sources})
-  target_link_libraries(${name} PRIVATE hwtables test_support ${ARG_LIBRARIES} GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE
+    $<IF:$<BOOL:${ARG_PROBED}>,hwtables_probed,hwtables> test_support ${ARG_LIBRARIES} GTest::gtest_main)
   target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
   target_compile_definitions(${name} PRIVATE
     HWTABLES_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" HWTABLES_SOURCE_DIR="${CMAKE_SOURCE_DIR}")

@@ -1,6 +1,5 @@
 #include "host/FastLogCommand.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <CLI/Config.hpp>
@@ -9,6 +8,7 @@
 #include <memory>
 
 #include "host/Output.h"
+#include "host/UtcTime.h"
 #include "runtime/FastLog/Decoder.h"
 
 namespace Host {
@@ -19,12 +19,6 @@ constexpr char kDescription[] =
     "UTC time, [process:thread], file:line, text. Works on the file of a\n"
     "process that runs as well as of one that has ended in any way.\n"
     "Processes write such files where HWTABLES_FASTLOG names a directory.";
-
-std::string utcTime(std::uint64_t nanoseconds) {
-  constexpr std::uint64_t kSecond = 1'000'000'000;
-  auto const seconds = static_cast<std::time_t>(nanoseconds / kSecond);
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", fmt::gmtime(seconds), nanoseconds % kSecond);
-}
 
 void printSummary(FastLog::DecodedLog const& log) {
   std::string summary = fmt::format("hwtables: {} messages of {} (pid {}) since {}", log.messages.size(),

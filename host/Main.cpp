@@ -11,6 +11,7 @@
 #include "host/CatalogueCommand.h"
 #include "host/FastLogCommand.h"
 #include "host/Output.h"
+#include "host/StoreCommand.h"
 
 namespace {
 
@@ -41,6 +42,7 @@ int run(int argc, char** argv) {
   int exitCode = 0;
   Host::addCatalogueCommand(app, exitCode);
   Host::addFastLogCommand(app, exitCode);
+  Host::addStoreCommand(app, exitCode);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& outcome) {

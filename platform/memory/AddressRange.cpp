@@ -23,6 +23,16 @@ void release(std::byte* begin, std::byte* end) {
   if (begin < end) ::munmap(begin, static_cast<std::size_t>(end - begin));
 }
 
+struct Offsets {
+  std::size_t from;
+  std::size_t to;
+};
+
+// Of those that have a part in the range and don't reach past it.
+Offsets wholeHugePages(std::size_t begin, std::size_t end) {
+  return {begin / kHugePage * kHugePage, end / kHugePage * kHugePage};
+}
+
 // Addresses that are ours and lead nowhere; null where there are none.
 std::byte* reserve(std::size_t size) {
   bool const align = size >= kHugePage;
@@ -104,15 +114,28 @@ void AddressRange::shrink(std::size_t size) {
 
 void AddressRange::unmap() {
   if (base_ != nullptr) release(base_, base_ + reserved_);
+  forget();
+}
+
+void AddressRange::forget() {
   base_ = nullptr;
   size_ = reserved_ = 0;
 }
 
-void AddressRange::collapse(std::size_t begin, std::size_t end) const {
-  if (!isAligned(base_)) return;
-  begin = begin / kHugePage * kHugePage;
-  end = end / kHugePage * kHugePage;
-  if (begin < end) ::madvise(base_ + begin, end - begin, MADV_COLLAPSE);
+void AddressRange::collapse(int descriptor, std::size_t begin, std::size_t end) {
+  auto const [from, to] = wholeHugePages(begin, end);
+  if (from >= to) return;
+  std::byte* const at = reserve(to - from);
+  if (at == nullptr) return;
+  void* const mapped = ::mmap(at, to - from, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, descriptor,
+                              static_cast<off_t>(from));
+  if (mapped != MAP_FAILED) ::madvise(at, to - from, MADV_COLLAPSE);
+  release(at, at + (to - from));
+}
+
+void AddressRange::mapHuge(std::size_t begin, std::size_t end) const {
+  auto const [from, to] = wholeHugePages(begin, end);
+  if (isAligned(base_) && from < to) ::madvise(base_ + from, to - from, MADV_COLLAPSE);
 }
 
 }  // namespace Mem

@@ -25,12 +25,17 @@ class AddressRange {
   void shrink(std::size_t size);
   // Idempotent.
   void unmap();
+  // Leaves all as it stands and takes it for no longer ours.
+  void forget();
 
   std::byte* base() const { return base_; }
   std::size_t size() const { return size_; }
 
-  // Where the kernel can, has the whole huge pages of a range be such; a failure means small ones.
-  void collapse(std::size_t begin, std::size_t end) const;
+  // Makes huge, where the kernel can, those whole huge pages of a file that have a part in the range.
+  static void collapse(int descriptor, std::size_t begin, std::size_t end);
+  // Maps such pages of this mapping as huge at once. Those of which a part was mapped before would stay small
+  // here, whatever they are in the file.
+  void mapHuge(std::size_t begin, std::size_t end) const;
 
  private:
   bool growInPlace(std::size_t size);

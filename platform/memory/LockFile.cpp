@@ -72,7 +72,7 @@ class LockFiles {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{10};
+constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::milliseconds kPause{1};
 
 // 0, or the errno.

@@ -3,6 +3,7 @@
 // it is compiled. A probe may throw: the store then meets an exception at that very point.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 
 namespace Mem {
@@ -53,7 +54,9 @@ auto probedCall([[maybe_unused]] char const* name, [[maybe_unused]] char const* 
 #ifdef HWTABLES_STORE_PROBE
   if (probe != nullptr) probe->beforeCall(name, file);
   auto const result = call();
+  int const error = errno;
   if (probe != nullptr) probe->afterCall(name, file);
+  errno = error;
   return result;
 #else
   return call();

@@ -41,7 +41,7 @@ std::string withoutLastSlashes(std::string path) {
 
 std::string directoryOf(std::string_view path) {
   if (path.starts_with('/')) return withoutLastSlashes(std::string(path));
-  return withoutLastSlashes(fmt::format("{}/{}", absolutePath(rootOfAllStores()), path));
+  return withoutLastSlashes(fmt::format("{}/{}", withoutLastSlashes(absolutePath(rootOfAllStores())), path));
 }
 
 template <class... Args>

@@ -1,7 +1,8 @@
 // A mapped file of a store, for its writer and for its readers. One thread.
 //
 // Its pages are taken from the file system before they are mapped, so a file system without space is an error
-// and no signal. The file is opened anew for each change: a process has many tables and few descriptors.
+// and no signal. The file is opened anew for each change: a
+// process has many tables and few descriptors.
 #pragma once
 
 #include <sys/types.h>
@@ -36,7 +37,9 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
  private:
   std::byte* failed(char const* what, std::size_t size, char const* why);
   OpenedFile open(FileUse use);
+  bool mapWhole(OpenedFile const& file, std::size_t size, std::size_t hint);
   std::byte* grow(std::size_t size);
+  bool takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   std::byte* shrink(std::size_t size);
   void giveBack(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   void advise() const;
@@ -51,6 +54,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   dev_t device_ = 0;
   ino_t inode_ = 0;
   Access access_ = Access::readOnly;
+  pid_t process_ = 0;
   CoreDump coreDump_;
 };
 

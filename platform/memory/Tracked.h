@@ -10,6 +10,9 @@ namespace Mem {
 
 class MemoryTracker {
  public:
+  // The one of tables that are asked to be tracked.
+  static MemoryTracker& ofProcess();
+
   void changed(std::size_t before, std::size_t now) {
     bytes_.fetch_add(now - before, std::memory_order_relaxed);
   }
