@@ -54,7 +54,7 @@ class Check {
            SlotTable::kCommonHeaderSize, SlotTable::kFormatVersion);
       return;
     }
-    slotsReadable_ = checkShape() && checkExtent();
+    slotsReadable_ = checkShape() && checkCounts() && checkExtent();
     checkType();
     checkGeneration();
     if ((slots_.runtimeFlags() & SlotTable::kInCriticalSection) != 0)
@@ -69,6 +69,16 @@ class Check {
     if (slots_.capacity() == 0 || slots_.capacity() > kMaxSlots)
       return fail("slots: bad capacity:{} wanted: 1 to {}", slots_.capacity(), kMaxSlots);
     if (slots_.maximumSize() == 0) return fail("slots: bad maximum size:0");
+    return true;
+  }
+
+  bool checkCounts() {
+    if (slots_.watermark() % SlotLink::kChange != 0)
+      return fail("slots: bad sequence watermark:{}, not a multiple of {}", slots_.watermark(),
+                  SlotLink::kChange);
+    std::uint32_t const count = slots_.numSlots().count;
+    if (count == 0 || count > kMaxSlots)
+      return fail("slots: bad numSlots:{} wanted: 1 to {}", count, kMaxSlots);
     return true;
   }
 
@@ -223,7 +233,7 @@ class Check {
       fail("{} records and {} free slots do not add up to numSlots:{}", occupied_, free_, slots_.slots());
   }
 
-  std::uint32_t maxIndex() const { return slots_.slots() == 0 ? 0 : slots_.slots() - 1; }
+  std::uint32_t maxIndex() const { return slots_.slots() - 1; }
 
   SlotsImage const& slots_;
   BucketsImage const& buckets_;

@@ -18,14 +18,13 @@ SlotsImage::SlotsImage(FileImage file) : file_(std::move(file)) {
   std::uint32_t const valueSize = this->valueSize();
   if (valueSize == 0 || valueSize % 4 != 0 || valueSize > kMaxValueSize) return;
   SlotShape const shape{valueSize};
-  if (slotSize() != shape.slotSize()) return;
+  if (slotSize() != shape.slotSize() || shape.slotCells() == 0) return;
   slotCells_ = shape.slotCells();
   std::uint64_t const first = SlotTable::kLookasideWord + slotCells_;
   std::uint64_t const words = file_.words().size();
-  if (words > first) {
-    slots_ =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>((words - first) / slotCells_, numSlots().count));
-  }
+  if (words <= first) return;
+  slots_ =
+      static_cast<std::uint32_t>(std::min<std::uint64_t>((words - first) / slotCells_, numSlots().count));
 }
 
 std::string_view SlotsImage::typeName() const {

@@ -136,7 +136,7 @@ class VaultMap : public VaultMapBase {
 
  protected:
   void validateFiles(Dovel::String const& path, unsigned emberId) override {
-    if (path != path_) return;
+    if (path != implementation_->rootPath().path()) return;
     if (!implementation_->validateFiles()) {
       DOVEL_TRACE(debugHandler(), 0, "VaultMap", "files of {} with emberId:{} are gone or no longer its own",
                   path, SharedMem::EmberId(emberId));

@@ -59,18 +59,26 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     return true;
   }
   void detach(bool /*force*/) override {
-    DOVEL_ASSERT(!isDirect(), "VaultWriter", "{}", unbalanced("detaching", {}));
+    // A child has nothing to read the direct slot from.
+    DOVEL_ASSERT(isForeign() || !isDirect(), "VaultWriter", "{}", unbalanced("detaching", {}));
     detachFiles();
   }
-  void cleanup() override { cleanupFiles(); }
+  void cleanup() override {
+    checkMine("cleanup");
+    cleanupFiles();
+  }
   bool validate() override {
+    checkMine("validate");
     if (validateAll(emberId_, true)) return true;
     DOVEL_TRACE(handler_, 0, "VaultWriter", "{}", dumpHeaders());
     return false;
   }
   bool validateFiles() override { return filesAreThere(); }
 
-  std::uint32_t members() const override { return initialized_ ? slots_.header().occupiedSlots() : 0; }
+  std::uint32_t members() const override {
+    checkMine("members");
+    return initialized_ ? slots_.header().occupiedSlots() : 0;
+  }
   std::uint32_t buckets() const override { return buckets_.numBuckets(); }
   std::uint32_t capacity() const override { return slots_.numSlots(); }
   std::uint32_t maxSize() const override { return slots_.maxSize(); }
@@ -84,12 +92,16 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   Nudge::Sequence sequence(Herald::Priority priority) const override { return herald_->sequence(priority); }
 
   void validateVersionAnchor() const override {
+    checkMine("validateVersionAnchor");
     if (!slots_.anchor().matches()) Mem::throwVersionMismatch(slots_.anchor());
   }
   Mem::VersionAnchor getCacheVersionAnchor() const override { return slots_.anchor(); }
   void criticalTaskCheckIs(bool check) override { criticalTaskCheck_ = check; }
   bool criticalTaskCheck() const override { return criticalTaskCheck_; }
-  std::uint64_t scratchpad() const override { return slots_.header().scratchpad(); }
+  std::uint64_t scratchpad() const override {
+    checkMine("scratchpad");
+    return slots_.header().scratchpad();
+  }
   void scratchpadIs(std::uint64_t value) override {
     checkMine("scratchpadIs");
     slots_.header().scratchpadIs(value);

@@ -147,19 +147,22 @@ int checkOneStore(Options const& options) {
   return sound ? 0 : 1;
 }
 
+// Empty where there are slots to dump.
+std::string whyNoSlots(Vault::SlotsImage const& slots) {
+  if (!slots.file().problem().empty()) return oneLine(slots.file().problem());
+  return slots.hasShape() ? "" : "the header's sizes make no sense";
+}
+
 int dumpStore(Options const& options) {
   Bundle const bundle(options.bundle);
   Mem::RootPath const rootPath = rootPathOf(options.path);
   if (!isThere(rootPath)) return 1;
   StoreFiles const store(rootPath, StoreFiles::Extent::whole);
-  std::uint32_t const slots = store.slots().slots();
-  if (!store.slots().file().problem().empty() || !store.slots().hasShape()) {
-    fmt::print(stderr, "hwtables: no slots can be read in {}: {}\n", oneLine(rootPath.dirName()),
-               store.slots().hasShape() || !store.slots().file().problem().empty()
-                   ? oneLine(store.slots().file().problem())
-                   : "the header's sizes make no sense");
+  if (std::string const why = whyNoSlots(store.slots()); !why.empty()) {
+    fmt::print(stderr, "hwtables: no slots can be read in {}: {}\n", oneLine(rootPath.dirName()), why);
     return 1;
   }
+  std::uint32_t const slots = store.slots().slots();
   if (options.slot && *options.slot >= slots) {
     fmt::print(stderr, "hwtables: there is no slot {}: {} has {}\n", *options.slot,
                oneLine(rootPath.dirName()), slots);

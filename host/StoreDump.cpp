@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -14,13 +13,14 @@ using Vault::SlotLink;
 using Vault::SlotsImage;
 using Vault::StoredType;
 using Vault::StoreFiles;
+using Text = fmt::memory_buffer;
 
-void appendHex(std::string& text, std::byte const* bytes, std::size_t count) {
+void appendHex(Text& text, std::byte const* bytes, std::size_t count) {
   static constexpr char kDigits[] = "0123456789abcdef";
   for (std::size_t i = 0; i < count; ++i) {
     auto const byte = std::to_integer<unsigned>(bytes[i]);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xf];
+    text.push_back(kDigits[byte >> 4]);
+    text.push_back(kDigits[byte & 0xf]);
   }
 }
 
@@ -33,26 +33,27 @@ std::string nextText(SlotLink link) {
 // Fields that aren't 0.
 class TextFields final : public Vault::FieldSink {
  public:
-  explicit TextFields(std::string& text) : text_(text) {}
+  explicit TextFields(Text& text) : text_(text) {}
   void number(std::string_view name, std::uint64_t value) override {
-    if (value != 0) fmt::format_to(std::back_inserter(text_), " {}:{}", name, value);
+    if (value != 0) fmt::format_to(fmt::appender(text_), " {}:{}", name, value);
   }
   void bits(std::string_view name, std::string_view hex) override {
-    if (hex.find_first_not_of("0x") != hex.npos) text_.append(" ").append(name).append(":").append(hex);
+    if (hex.find_first_not_of("0x") != std::string_view::npos)
+      fmt::format_to(fmt::appender(text_), " {}:{}", name, hex);
   }
 
  private:
-  std::string& text_;
+  Text& text_;
 };
 
 class JsonFields final : public Vault::FieldSink {
  public:
-  explicit JsonFields(std::string& text) : text_(text) {}
+  explicit JsonFields(Text& text) : text_(text) {}
   void number(std::string_view name, std::uint64_t value) override {
-    fmt::format_to(std::back_inserter(text_), "{}\"{}\":{}", separator(), name, value);
+    fmt::format_to(fmt::appender(text_), "{}\"{}\":{}", separator(), name, value);
   }
   void bits(std::string_view name, std::string_view hex) override {
-    fmt::format_to(std::back_inserter(text_), "{}\"{}\":\"{}\"", separator(), name, hex);
+    fmt::format_to(fmt::appender(text_), "{}\"{}\":\"{}\"", separator(), name, hex);
   }
 
  private:
@@ -62,7 +63,7 @@ class JsonFields final : public Vault::FieldSink {
     return before;
   }
 
-  std::string& text_;
+  Text& text_;
   bool first_ = true;
 };
 
@@ -72,57 +73,56 @@ std::string quoted(std::string_view text) {
   return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-void appendSlot(std::string& text, SlotsImage const& slots, std::uint32_t id, StoredType const* type) {
+void appendSlot(Text& text, SlotsImage const& slots, std::uint32_t id, StoredType const* type) {
   static constexpr std::size_t kRow = 32;
   SlotLink const link = slots.link(id);
-  auto const out = std::back_inserter(text);
+  auto const out = fmt::appender(text);
   fmt::format_to(out, "slot {}  {}{}  sequence {:#x}  next {}{}  hash {:#010x}\n", id,
                  link.occupied() ? "occupied" : "free", link.inLookaside() ? ", changing" : "", link.sequence,
                  nextText(link), link.flag() ? "  flag" : "", slots.hash(id));
   for (std::size_t at = 0; at < slots.slotSize(); at += kRow) {
     fmt::format_to(out, "  {:08x}  ", slots.offset(id) + at);
     appendHex(text, slots.bytes(id) + at, std::min<std::size_t>(kRow, slots.slotSize() - at));
-    text += '\n';
+    text.push_back('\n');
   }
   if (type != nullptr && link.occupied()) {
-    text.append("  ").append(type->keyText(slots.value(id)));
+    fmt::format_to(out, "  {}", type->keyText(slots.value(id)));
     TextFields fields(text);
     type->fields(slots.value(id), fields);
-    text += '\n';
+    text.push_back('\n');
   }
 }
 
-void appendJsonSlot(std::string& text, SlotsImage const& slots, std::uint32_t id, StoredType const* type) {
+void appendJsonSlot(Text& text, SlotsImage const& slots, std::uint32_t id, StoredType const* type) {
   SlotLink const link = slots.link(id);
-  auto const out = std::back_inserter(text);
+  auto const out = fmt::appender(text);
   fmt::format_to(out, R"({{"id":{},"occupied":{},"changing":{},"sequence":{},"next":)", id, link.occupied(),
                  link.inLookaside(), link.sequence);
   if (link.isNil()) {
-    text += "null";
+    fmt::format_to(out, "null");
   } else {
     fmt::format_to(out, R"({{"{}":{}}})", link.leadsToSlot() ? "slot" : "bucket", link.id());
   }
   fmt::format_to(out, R"(,"flag":{},"hash":{},"bytes":")", link.flag(), slots.hash(id));
   appendHex(text, slots.bytes(id), slots.slotSize());
-  text += '"';
+  text.push_back('"');
   if (type != nullptr && link.occupied()) {
     fmt::format_to(out, R"(,"key":{},"fields":{{)", quoted(type->keyText(slots.value(id))));
     JsonFields fields(text);
     type->fields(slots.value(id), fields);
-    text += '}';
+    text.push_back('}');
   }
-  text += '}';
+  text.push_back('}');
 }
 
 }  // namespace
 
 void dumpText(StoreFiles const& store, SlotRange range, StoredType const* type, Output& output) {
-  std::string text;
+  Text text;
   for (std::uint32_t id = range.first; id < range.end; ++id) {
     text.clear();
     appendSlot(text, store.slots(), id, type);
-    text.pop_back();
-    output.line(text);
+    output.line({text.data(), text.size() - 1});
   }
 }
 
@@ -133,12 +133,12 @@ void dumpJson(StoreFiles const& store, SlotRange range, StoredType const* type, 
       R"("live":{},"slots":[)",
       quoted(store.rootPath().dirName()), quoted(slots.typeName()), slots.valueSize(), slots.slotSize(),
       slots.generation().value(), slots.hashSeed(), slots.numSlots().count, store.isLocked()));
-  std::string text;
+  Text text;
   for (std::uint32_t id = range.first; id < range.end; ++id) {
     text.clear();
     appendJsonSlot(text, slots, id, type);
-    if (id + 1 < range.end) text += ',';
-    output.line(text);
+    if (id + 1 < range.end) text.push_back(',');
+    output.line({text.data(), text.size()});
   }
   output.line("]}");
 }

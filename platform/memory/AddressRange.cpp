@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 
 #ifndef MADV_COLLAPSE
 #define MADV_COLLAPSE 25
@@ -120,6 +121,12 @@ void AddressRange::unmap() {
 void AddressRange::forget() {
   base_ = nullptr;
   size_ = reserved_ = 0;
+}
+
+void AddressRange::swap(AddressRange& other) noexcept {
+  std::swap(base_, other.base_);
+  std::swap(size_, other.size_);
+  std::swap(reserved_, other.reserved_);
 }
 
 void AddressRange::collapse(int descriptor, std::size_t begin, std::size_t end) {

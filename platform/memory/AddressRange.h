@@ -27,9 +27,12 @@ class AddressRange {
   void unmap();
   // Leaves all as it stands and takes it for no longer ours.
   void forget();
+  void swap(AddressRange& other) noexcept;
 
   std::byte* base() const { return base_; }
   std::size_t size() const { return size_; }
+  // What is kept free for growth, from the base on.
+  std::size_t reserved() const { return reserved_; }
 
   // Makes huge, where the kernel can, those whole huge pages of a file that have a part in the range.
   static void collapse(int descriptor, std::size_t begin, std::size_t end);

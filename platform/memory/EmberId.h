@@ -21,7 +21,8 @@ class EmberId {
 
   std::uint32_t value() const { return value_; }
 
-  // The generation after this one, upper half plus one; never the value 0.
+  // The generation after this one, upper half plus one; never the value 0. It counts as given out, so that
+  // fresh() can't bring a table back to it. Any thread.
   EmberId incremented() const;
 
   friend bool operator==(EmberId, EmberId) = default;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -103,6 +104,18 @@ bool allocate(int descriptor, Dovel::String const& path, std::uint64_t begin, st
   if (isUnsupported(error)) return fillPastEnd(descriptor, path, end);
   errno = error;
   return error == 0;
+}
+
+bool mayFit(int descriptor, std::uint64_t begin, std::uint64_t end) {
+  struct stat file {};
+  struct statvfs system {};
+  if (::fstat(descriptor, &file) != 0 || ::fstatvfs(descriptor, &system) != 0) return false;
+  if (system.f_blocks == 0) return true;  // without a limit
+  std::uint64_t const past = std::max(begin, roundedToPages(static_cast<std::uint64_t>(file.st_size)));
+  std::uint64_t const missing = end > past ? end - past : 0;
+  if (missing <= std::uint64_t{system.f_bfree} * system.f_frsize) return true;
+  errno = ENOSPC;
+  return false;
 }
 
 bool writeAt(int descriptor, Dovel::String const& path, void const* bytes, std::size_t size,

@@ -57,6 +57,10 @@ OpenedFile openFile(Dovel::String const& path, FileUse use);
 // may have made the file longer.
 bool allocate(int descriptor, Dovel::String const& path, std::uint64_t begin, std::uint64_t end);
 
+// False with errno where the file system surely lacks the space for the pages of a range. Some, those in
+// memory above all, would otherwise fill up to the last page before they find out.
+bool mayFit(int descriptor, std::uint64_t begin, std::uint64_t end);
+
 // Writes all of it; false with errno.
 bool writeAt(int descriptor, Dovel::String const& path, void const* bytes, std::size_t size,
              std::uint64_t offset);

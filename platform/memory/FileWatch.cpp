@@ -20,8 +20,8 @@ ORLO_DEFAULT_TRACE_HANDLE("FileWatch")
 
 constexpr char kClass[] = "FileWatch";
 
-constexpr std::uint32_t kOfItself = IN_ONLYDIR | IN_MASK_ADD | IN_DELETE_SELF | IN_MOVE_SELF;
-constexpr std::uint32_t kOfAncestor = kOfItself | IN_CREATE | IN_MOVED_TO;
+// The end of a watched directory, which ends the watch, is an event unasked.
+constexpr std::uint32_t kOfAncestor = IN_ONLYDIR | IN_MASK_ADD | IN_MOVE_SELF | IN_CREATE | IN_MOVED_TO;
 // A word stored through a mapping makes no event; the change of the file's times that follows it does.
 constexpr std::uint32_t kOfDirectory =
     kOfAncestor | IN_DELETE | IN_MOVED_FROM | IN_ATTRIB | IN_MODIFY | IN_EXCL_UNLINK;
@@ -117,6 +117,7 @@ void FileWatch::handleEvent(int watch, std::uint32_t events, std::string_view na
   if ((events & IN_Q_OVERFLOW) != 0) {
     DOVEL_TRACE(_defaultTraceHandle(), 1, kClass, "events were lost, looking at all {} directories",
                 places_.size());
+    oweAll();
     return;
   }
   auto const found = watches_.find(watch);

@@ -1,6 +1,7 @@
 #include "platform/memory/ProcessIdentity.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <array>
@@ -31,12 +32,22 @@ std::uint64_t startTimeOf(std::string const& stat) {
 
 }  // namespace
 
-ProcessIdentity ProcessIdentity::self() { return {::getpid(), startTimeOf(systemFile("/proc/self/stat"))}; }
+// Asked once: every change of an owner file needs both.
+ProcessIdentity ProcessIdentity::self() {
+  static thread_local ProcessIdentity known;
+  static int const forgottenByChildren = ::pthread_atfork(nullptr, nullptr, [] { known = {}; });
+  bool const isKnown = known.pid != 0 && forgottenByChildren == 0;
+  if (!isKnown) known = {::getpid(), startTimeOf(systemFile("/proc/self/stat"))};
+  return known;
+}
 
 Dovel::String bootId() {
-  std::string id = systemFile("/proc/sys/kernel/random/boot_id");
-  if (id.ends_with('\n')) id.pop_back();
-  return id.empty() ? "unknown" : id;
+  static Dovel::String const known = [] {
+    std::string id = systemFile("/proc/sys/kernel/random/boot_id");
+    if (id.ends_with('\n')) id.pop_back();
+    return Dovel::String(id.empty() ? "unknown" : id);
+  }();
+  return known;
 }
 
 }  // namespace Mem

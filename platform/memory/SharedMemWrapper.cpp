@@ -40,6 +40,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   bool const isNew = file.size() == 0;
   if (isNew && !writes) return failed("map", size, "the file is empty");
   access_ = access;
+  process_ = ::getpid();
   if (!mapWhole(file, isNew ? size : std::min<std::uint64_t>(size, file.size()), hint)) {
     int const error = errno;
     unmap();
@@ -47,6 +48,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
     return failed("have", size, std::strerror(error));
   }
   mappedSize_ = std::min(size, range_.size());
+  fileSize_ = isNew ? range_.size() : file.size();
   device_ = file.status.st_dev;
   inode_ = file.status.st_ino;
   advise();
@@ -67,6 +69,7 @@ bool SharedMemWrapper::mapWhole(OpenedFile const& file, std::size_t size, std::s
 // Large files get huge pages first, where the kernel has some: that takes a fifth of the time of small ones.
 // It makes huge none that is empty, so each is begun with a small one.
 bool SharedMemWrapper::takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const {
+  if (!mayFit(descriptor, begin, end)) return false;
   std::uint64_t huge = begin / AddressRange::kHugePage * AddressRange::kHugePage;
   if (huge + AddressRange::kHugePage <= end) {
     // The last byte gives the file its length, outside of which nothing is made huge.
@@ -90,9 +93,12 @@ OpenedFile SharedMemWrapper::open(FileUse use) {
 
 std::byte* SharedMemWrapper::resize(std::size_t size) {
   if (range_.base() == nullptr) return failed("resize to", size, "it is not mapped");
+  if (isForeign()) return failed("resize to", size, "it is another process that has it mapped");
   if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
   std::size_t const pages = roundedToPages(size);
-  std::byte* const base = pages > range_.size() ? grow(pages) : shrink(pages);
+  // A file that was found ending within its last page is made longer though that page is mapped.
+  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > fileSize_);
+  std::byte* const base = grows ? grow(size) : shrink(pages);
   if (base != nullptr) mappedSize_ = size;
   return base;
 }
@@ -100,27 +106,43 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
 std::byte* SharedMemWrapper::grow(std::size_t size) {
   bool const writes = access_ == Access::readWrite;
   OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
-  if (!file.isOpen()) {
-    error_ = file.text;
-    return nullptr;
-  }
+  if (file.isOpen()) return writes ? growFile(file, size) : follow(file, roundedToPages(size));
+  error_ = file.text;
+  return nullptr;
+}
+
+std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t wanted) {
   std::size_t const before = range_.size();
-  if (!writes && roundedToPages(file.size()) < size) {
-    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
-  }
-  if (!writes) {
-    if (!range_.grow(size)) return failed("map", size, std::strerror(errno));
-    return range_.base();
-  }
+  std::size_t const size = roundedToPages(wanted);
+  // One that is long enough keeps its length.
+  std::uint64_t const end = wanted > file.size() ? size : std::min<std::uint64_t>(size, file.size());
   // What a shrink had given back is taken again, too, and what another has cut off.
   std::uint64_t const begin = std::min<std::uint64_t>(before, file.size());
   int const descriptor = file.descriptor.number();
-  if (!takePages(descriptor, begin, size) || !range_.grow(size)) {
+  if (!takePages(descriptor, begin, end) || !range_.grow(size)) {
     int const error = errno;
     giveBack(descriptor, std::max<std::uint64_t>(before, roundedToPages(file.size())), size);
     return failed("have", size, std::strerror(error));
   }
   range_.mapHuge(before, size);
+  fileSize_ = std::max<std::uint64_t>(file.size(), end);
+  return range_.base();
+}
+
+std::byte* SharedMemWrapper::follow(OpenedFile const& file, std::size_t size) {
+  if (roundedToPages(file.size()) < size) {
+    return failed("map", size, fmt::format("the file has {}", file.size()).c_str());
+  }
+  if (size < AddressRange::kHugePage) {
+    return range_.grow(size) ? range_.base() : failed("map", size, std::strerror(errno));
+  }
+  // What was mapped by small pages would stay so, though the writer has made it huge since.
+  AddressRange anew;
+  if (!anew.map(file.descriptor.number(), PROT_READ, size, range_.reserved())) {
+    return failed("map", size, std::strerror(errno));
+  }
+  range_.swap(anew);
+  advise();
   return range_.base();
 }
 
@@ -158,7 +180,7 @@ void SharedMemWrapper::advise() const {
 
 void SharedMemWrapper::dumpToCoreIs(CoreDump mode) {
   coreDump_ = mode;
-  if (range_.base() != nullptr) advise();
+  if (range_.base() != nullptr && !isForeign()) advise();
 }
 
 std::size_t SharedMemWrapper::memSize() const {
@@ -168,8 +190,10 @@ std::size_t SharedMemWrapper::memSize() const {
 }
 
 // A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.
+bool SharedMemWrapper::isForeign() const { return access_ == Access::readWrite && process_ != ::getpid(); }
+
 void SharedMemWrapper::unmap() {
-  if (access_ == Access::readWrite && process_ != ::getpid()) range_.forget();
+  if (isForeign()) range_.forget();
   range_.unmap();
   mappedSize_ = 0;
 }

@@ -39,10 +39,13 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   OpenedFile open(FileUse use);
   bool mapWhole(OpenedFile const& file, std::size_t size, std::size_t hint);
   std::byte* grow(std::size_t size);
+  std::byte* growFile(OpenedFile const& file, std::size_t wanted);
+  std::byte* follow(OpenedFile const& file, std::size_t size);
   bool takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   std::byte* shrink(std::size_t size);
   void giveBack(int descriptor, std::uint64_t begin, std::uint64_t end) const;
   void advise() const;
+  bool isForeign() const;
   void unmap();
 
   RootPath const rootPath_;
@@ -51,6 +54,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   Dovel::String error_;
   AddressRange range_;
   std::size_t mappedSize_ = 0;
+  std::uint64_t fileSize_ = 0;  // at least so long is the file, unless another cuts it
   dev_t device_ = 0;
   ino_t inode_ = 0;
   Access access_ = Access::readOnly;

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <map>
 #include <random>
 
@@ -49,18 +50,22 @@ Fields fieldsOf(StoredType const& type, std::byte const* value) {
   return list.fields;
 }
 
+// What the getter of an entry, or of the view Record of it, tells.
+template <class Record, class Entry, class Getter>
+auto gotten(Entry const& entry, Getter getter) {
+  if constexpr (std::is_invocable_v<Getter, Entry const&>) {
+    return std::invoke(getter, entry);
+  } else {
+    return std::invoke(getter, Record::entry(entry));
+  }
+}
+
 // As the getters of a class tell them.
 template <class Record>
 Fields gottenFields(auto const& entry) {
   Fields fields;
   Record::visitFields([&](std::string_view name, auto getter, auto) {
-    auto const value = [&] {
-      if constexpr (requires { (entry.*getter)(); }) {
-        return (entry.*getter)();
-      } else {
-        return (Record::entry(entry).*getter)();
-      }
-    }();
+    auto const value = gotten<Record>(entry, getter);
     if constexpr (std::is_same_v<decltype(value), Keel::PerUnitBitmap const>) {
       fields.emplace_back(name, value.toString());
     } else {

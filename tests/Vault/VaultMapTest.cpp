@@ -255,8 +255,11 @@ TEST_F(VaultMap, CopiesTheCountersOfItsWriterWhenAsked) {
 TestSupport::ChildRole const inABuildRoot("VaultMapInABuildRoot", [] {
   Map map("Vault", "routes", "/etc/tables/routes");
   map.init(shared(10));
-  bool const moved = exists(std::string(std::getenv("Q7_CHROOT")) + "/etc/tables/routes/slots");
-  std::_Exit(moved && !exists("/etc/tables/routes") ? 0 : 1);
+  std::string const moved = std::string(std::getenv("Q7_CHROOT")) + "/etc/tables/routes";
+  if (!exists(moved + "/slots") || exists("/etc/tables/routes")) std::_Exit(1);
+  ::unlink((moved + "/control").c_str());
+  static_cast<Mem::WriterSentry::Notifiee&>(map).handleFilesChanged(moved);
+  std::_Exit(exists(moved + "/control") ? 0 : 2);
 });
 
 TEST_F(VaultMap, InABuildRootAnAbsolutePathMovesUnderIt) {

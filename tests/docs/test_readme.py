@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import subprocess
+import tempfile
 import textwrap
 import unittest
 
@@ -12,12 +13,13 @@ README = (ROOT / "README.md").read_text()
 
 
 def shown_commands():
-    """(command, what is shown below it) of every indented block that starts with a prompt."""
+    """(command, what is shown below it) of every prompt in an indented block that starts with one."""
     for block in re.findall(r"(?:^    \S.*\n(?:(?:    .*)?\n)*)", README, re.MULTILINE):
         text = textwrap.dedent(block).strip("\n")
         if text.startswith("$ "):
-            command, _, shown = text.partition("\n")
-            yield command[2:], shown.rstrip("\n")
+            for part in re.split(r"\n+(?=\$ )", text):
+                command, _, shown = part.partition("\n")
+                yield command[2:], shown.rstrip("\n")
 
 
 def pattern_of(shown):
@@ -28,11 +30,14 @@ def pattern_of(shown):
 class ReadmeTest(unittest.TestCase):
     def test_commands_print_what_is_shown(self):
         commands = list(shown_commands())
-        self.assertEqual(len(commands), 3)
-        for command, shown in commands:
-            here = command.replace("build/release/bin", os.environ["HWTABLES_BIN_DIR"])
-            run = subprocess.run(["sh", "-c", here], cwd=ROOT, capture_output=True, text=True, check=True)
-            self.assertRegex(run.stdout.rstrip("\n"), rf"\A{pattern_of(shown)}\Z", command)
+        self.assertEqual(len(commands), 6)
+        with tempfile.TemporaryDirectory() as stores:
+            environment = dict(os.environ, HWTABLES_ROOT=stores)
+            for command, shown in commands:
+                here = command.replace("build/release/bin", os.environ["HWTABLES_BIN_DIR"])
+                run = subprocess.run(["sh", "-c", here], cwd=ROOT, env=environment, check=True,
+                                     capture_output=True, text=True)
+                self.assertRegex(run.stdout.rstrip("\n"), rf"\A{pattern_of(shown)}\Z", command)
 
     def test_code_is_that_of_the_example(self):
         (code,) = re.findall(r"```cpp\n(.*?)```", README, re.DOTALL)

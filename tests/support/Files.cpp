@@ -9,7 +9,9 @@
 
 namespace TestSupport {
 
-TempDir::TempDir() : path_(std::filesystem::temp_directory_path() / "hwtables-test-XXXXXX") {
+TempDir::TempDir() : TempDir(std::filesystem::temp_directory_path()) {}
+
+TempDir::TempDir(std::string const& parent) : path_(parent + "/hwtables-test-XXXXXX") {
   if (::mkdtemp(path_.data()) == nullptr) throw std::runtime_error("mkdtemp " + path_);
 }
 

@@ -10,6 +10,7 @@ namespace TestSupport {
 class TempDir {
  public:
   TempDir();
+  explicit TempDir(std::string const& parent);
   TempDir(TempDir const&) = delete;
   TempDir& operator=(TempDir const&) = delete;
   ~TempDir();

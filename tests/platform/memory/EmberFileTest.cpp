@@ -1,6 +1,7 @@
 #include "platform/memory/EmberFile.h"
 
 #include <gmock/gmock.h>
+#include <sys/inotify.h>
 #include <sys/mman.h>
 
 #include <set>
@@ -20,7 +21,6 @@ using TestSupport::handler;
 using TestSupport::isThere;
 using TestSupport::rootPath;
 using TestSupport::statusOf;
-using TestSupport::TempDir;
 using TestSupport::writeFile;
 
 TEST(EmberId, HasTheCounterInItsUpperHalfAndTheProcessInItsLower) {
@@ -47,7 +47,7 @@ TEST(EmberId, FreshOnesDifferAndAreNeverNone) {
 }
 
 struct EmberFile : testing::Test {
-  TempDir dir;
+  TestSupport::StoreDir dir;
   std::string const path = dir.file("ember");
   SharedMem::EmberFile ember{handler(), rootPath(dir.path()), false};
 };
@@ -95,6 +95,19 @@ TEST_F(EmberFile, EveryWriteMovesItsTime) {
   EXPECT_EQ(ember.mtime(), "1000.000000005");
   ember.write(EmberId(1, 1));
   EXPECT_GT(statusOf(path).st_mtim.tv_sec, 1000);
+}
+
+TEST_F(EmberFile, EveryWriteWakesThoseWhoWatchItsTime) {
+  ember.write(EmberId(1, 1));
+  int const watch = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  ASSERT_GE(::inotify_add_watch(watch, path.c_str(), IN_ATTRIB), 0);
+  for (EmberId const id : {EmberId(2, 1), EmberId(2, 1), EmberId()}) {
+    inotify_event event{};
+    EXPECT_EQ(::read(watch, &event, sizeof event), -1);
+    ember.write(id);
+    EXPECT_EQ(::read(watch, &event, sizeof event), static_cast<ssize_t>(sizeof event));
+  }
+  ::close(watch);
 }
 
 TEST_F(EmberFile, WritingNoGenerationMakesNoFile) {

@@ -78,11 +78,12 @@ void growsInAFullFileSystem() {
   std::byte* base = slots.attach(2 * kPage, Access::readWrite, 0);
   MUST(base != nullptr);
   std::memset(base, 'x', 2 * kPage);
-  for (std::size_t const size : {std::size_t{1} << 20, std::size_t{16} << 20}) {
+  for (std::size_t const size : {std::size_t{1} << 20, std::size_t{16} << 20, std::size_t{1} << 46}) {
     MUST(slots.resize(size) == nullptr);
     MUST(tells(slots, "No space left on device"));
     MUST(slots.mappedSize() == 2 * kPage);
     MUST(taken(folder() + "/slots") == 2 * kPage);
+    MUST(slots.memSize() == 2 * kPage);
     for (std::size_t i = 0; i < 2 * kPage; ++i) MUST(base[i] == std::byte{'x'});
   }
   base = slots.resize(10 * kPage);

@@ -32,7 +32,6 @@ using TestSupport::isThere;
 using TestSupport::messageOf;
 using TestSupport::rootPath;
 using TestSupport::statusOf;
-using TestSupport::TempDir;
 using TestSupport::writeFile;
 
 constexpr std::size_t kRecord = sizeof(OwnerRecord);
@@ -58,7 +57,7 @@ TEST(ProcessIdentity, TellsThisProcessAndItsBoot) {
 }
 
 struct OwnerFile : testing::Test {
-  TempDir dir;
+  TestSupport::StoreDir dir;
   std::string const path = dir.file("owner");
 
   SharedMem::OwnerFile owner(bool create = true) const {
@@ -401,16 +400,23 @@ TEST_F(OwnerFile, LockHeldForeverIsAnExceptionAfterSomeSeconds) {
               HasSubstr(dir.file(".owner.lock") + " is held by another"));
 }
 
-TEST_F(OwnerFile, ProcessesThatMakeItAtOnceAgree) {
-  for (int round = 0; round < 20; ++round) {
+TEST_F(OwnerFile, OfProcessesThatMakeItAtOnceOneInitialisesIt) {
+  for (int round = 0; round < 100; ++round) {
     std::filesystem::remove(path);
+    TestSupport::Signpost start;
     std::array<pid_t, 4> children{};
     for (pid_t& child : children) {
-      child = TestSupport::forked([&] { MUST(owner().validate()); });
+      child = TestSupport::forked([&] {
+        start.stopTelling();
+        start.wait();
+        MUST(owner().validate());
+      });
     }
+    start.stopTelling();
     for (pid_t const child : children) EXPECT_EQ(TestSupport::waitedFor(child), 0);
-    EXPECT_TRUE(owner().validate());
-    EXPECT_EQ(recordIn(contentOf(path), 0).sequence, 1U);
+    std::string const content = contentOf(path);
+    ASSERT_EQ(content.size(), kRecord);
+    ASSERT_EQ(recordIn(content, 0).sequence, 1U);
   }
 }
 

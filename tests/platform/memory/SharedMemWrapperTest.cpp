@@ -32,7 +32,7 @@ constexpr std::size_t kPage = 4096;
 constexpr std::size_t kHuge = std::size_t{2} << 20;
 
 struct SharedMemWrapper : testing::Test {
-  TempDir dir;
+  TestSupport::StoreDir dir;
   std::string const path = dir.file("slots");
 
   Mem::SharedMemWrapper file(CoreDump coreDump = CoreDump::asProcess) const {
@@ -289,20 +289,33 @@ TEST_F(SharedMemWrapper, HintOfMoreThanThereIsCostsNothing) {
   fill(base, kPage);
 }
 
+std::string hugePagesOf(std::byte const* base) {
+  std::string const value = smapsLine(base, "ShmemPmdMapped:");
+  return value.substr(std::min(value.find_first_not_of(' '), value.size()));
+}
+
 TEST_F(SharedMemWrapper, LargeFilesGetHugePagesWhereTheKernelHasThem) {
-  auto const root = rootPath("/dev/shm/hwtables-test-" + std::to_string(::getpid()));
-  root.makeDirectory();
-  Mem::SharedMemWrapper slots(handler(), root, "slots", CoreDump::asProcess);
-  std::byte* base = slots.attach(kPage, Access::readWrite, 0);
-  base = slots.resize(3 * kHuge / 2);
-  base = slots.resize(5 * kHuge / 2);
-  fill(base, slots.mappedSize());
-  auto const mapped = smapsLine(base, "ShmemPmdMapped:");
-  slots.removeFile();
-  ::rmdir(root.dirName().data());
+  TempDir const inMemory("/dev/shm");
+  auto const root = rootPath(inMemory.path());
+  Mem::SharedMemWrapper probe(handler(), root, "probe", CoreDump::asProcess);
+  std::byte* base = probe.attach(kHuge, Access::readWrite, 0);
   ASSERT_NE(base, nullptr);
-  if (mapped.find(" 0 kB") != std::string::npos) GTEST_SKIP() << "no huge pages on this machine";
-  EXPECT_THAT(mapped, HasSubstr(" 4096 kB"));
+  fill(base, kHuge);
+  if (hugePagesOf(base) == "0 kB ") GTEST_SKIP() << "no huge pages on this machine";
+
+  Mem::SharedMemWrapper writer(handler(), root, "slots", CoreDump::asProcess);
+  Mem::SharedMemWrapper reader(handler(), root, "slots", CoreDump::asProcess);
+  fill(writer.attach(kPage, Access::readWrite, 0), kPage);
+  ASSERT_TRUE(isFilled(reader.attach(kPage, Access::readOnly, 0), kPage));
+  for (std::size_t const size : {3 * kHuge / 2, 5 * kHuge / 2, 5 * kHuge}) {
+    std::string const wanted = fmt::format("{} kB ", size / kHuge * kHuge / 1024);
+    base = writer.resize(size);
+    fill(base, size);
+    EXPECT_EQ(hugePagesOf(base), wanted);
+    std::byte const* const read = reader.resize(size);
+    EXPECT_TRUE(isFilled(read, size));
+    EXPECT_EQ(hugePagesOf(read), wanted);
+  }
 }
 
 TEST_F(SharedMemWrapper, WriterMappingsAreNotInheritedByAForkedChild) {
@@ -315,8 +328,12 @@ TEST_F(SharedMemWrapper, WriterMappingsAreNotInheritedByAForkedChild) {
   pid_t const child = TestSupport::forked([&] {
     MUST(flagsOf(base).empty());
     MUST(!flagsOf(read).empty());
+    MUST(writer.resize(9 * kPage) == nullptr && writer.resize(kPage) == nullptr);
+    writer.dumpToCoreIs(CoreDump::forced);
   });
   EXPECT_EQ(TestSupport::waitedFor(child), 0);
+  EXPECT_EQ(length(), 5 * kPage);
+  EXPECT_EQ(taken(), 5 * kPage);
 }
 
 TEST_F(SharedMemWrapper, CoreDumpsHoldOrLeaveOutTheMappingAsTold) {
@@ -335,14 +352,27 @@ TEST_F(SharedMemWrapper, CoreDumpsHoldOrLeaveOutTheMappingAsTold) {
 TEST_F(SharedMemWrapper, DetachIsIdempotentAndKeepsTheFile) {
   auto slots = file();
   slots.detach();
-  fill(slots.attach(kPage, Access::readWrite, 0), kPage);
+  std::byte* const base = slots.attach(kPage, Access::readWrite, kHuge);
+  fill(base, kPage);
   slots.detach();
+  EXPECT_EQ(flagsOf(base), "");
+  EXPECT_EQ(flagsOf(base + kPage), "");
   slots.detach();
   EXPECT_EQ(slots.mappedSize(), 0U);
   EXPECT_EQ(slots.memSize(), kPage);
   EXPECT_EQ(slots.resize(kPage), nullptr);
   EXPECT_THAT(slots.error().data(), HasSubstr("not mapped"));
   EXPECT_TRUE(isFilled(slots.attach(kPage, Access::readWrite, 0), kPage));
+}
+
+TEST_F(SharedMemWrapper, NothingStaysMappedAfterADetach) {
+  for (auto const access : {Access::readWrite, Access::readOnly}) {
+    auto slots = file();
+    std::byte const* const base = slots.attach(kPage, access, 0);
+    EXPECT_FALSE(flagsOf(base).empty());
+    slots.detach();
+    EXPECT_EQ(contentOf("/proc/self/maps").find(path), std::string::npos);
+  }
 }
 
 TEST_F(SharedMemWrapper, RemovedFileStaysMappedAndCantGrow) {
@@ -396,8 +426,7 @@ TEST_F(SharedMemWrapper, ImpossibleSizesAreErrors) {
   EXPECT_FALSE(isThere(path));
   std::byte* const base = slots.attach(kPage, Access::readWrite, 0);
   fill(base, kPage);
-  for (std::size_t const size :
-       {std::size_t{0}, ~std::size_t{0}, std::size_t{1} << 62, std::size_t{1} << 46}) {
+  for (std::size_t const size : {std::size_t{0}, ~std::size_t{0}, std::size_t{1} << 62}) {
     EXPECT_EQ(slots.resize(size), nullptr) << size;
     EXPECT_FALSE(slots.error().empty());
   }

@@ -16,6 +16,12 @@
 
 namespace TestSupport {
 
+// A folder where stores live: in memory, where there is such a file system.
+class StoreDir : public TempDir {
+ public:
+  StoreDir() : TempDir(::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") {}
+};
+
 inline Dovel::Platform::DebugHandler handler() { return Dovel::Platform::getDebugHandler("storetest", true); }
 
 inline Mem::RootPath rootPath(std::string const& folder) { return {handler(), folder, true}; }

@@ -30,7 +30,6 @@ using TestSupport::handler;
 using TestSupport::messageOf;
 using TestSupport::rootPath;
 using TestSupport::Signpost;
-using TestSupport::TempDir;
 using TestSupport::waitedFor;
 
 constexpr char const* kDuplicate = "Duplicate Writer Detected, vault path not cleaned up";
@@ -41,7 +40,7 @@ std::vector<std::string>& logged() {
 }
 
 struct WriterLock : testing::Test {
-  TempDir dir;
+  TestSupport::StoreDir dir;
   Mem::RootPath const root = rootPath(dir.path());
   SharedMem::OwnerFile const owner{handler(), root, false};
 
