@@ -44,7 +44,7 @@ template <class Key>
 class KeyRecord : public KeyRecordTag {
  public:
   // The same in every process: stores keep it.
-  std::uint32_t hash(unsigned int seed) const {
+  [[gnu::always_inline]] std::uint32_t hash(unsigned int seed) const {
     Orlo::Hash state(seed);
     std::apply([&state](auto const&... member) { (state.hashMix(Orlo::hashSingleAttr(member)), ...); },
                Key::members(self()));

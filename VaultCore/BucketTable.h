@@ -40,7 +40,7 @@ struct BucketTable {
 };
 
 // All 32 bits in the opposite order.
-constexpr std::uint32_t reverseBits(std::uint32_t word) {
+[[gnu::always_inline]] constexpr std::uint32_t reverseBits(std::uint32_t word) {
   word = (word & 0x55555555) << 1 | (word & 0xaaaaaaaa) >> 1;
   word = (word & 0x33333333) << 2 | (word & 0xcccccccc) >> 2;
   word = (word & 0x0f0f0f0f) << 4 | (word & 0xf0f0f0f0) >> 4;

@@ -67,39 +67,10 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
             std::uint32_t hash) const {
     if (bucket >= buckets_.numBuckets()) [[unlikely]]
       buckets_.throwOutOfRange(bucket);
-    bool const traced = debugHandler().isOn(9);
-    prevLink = currLink = &buckets_.headCell(bucket);
-    std::uint32_t const reversed = reverseBits(hash);
-    SlotLink link = linkIn(*prevLink);
-    std::uint32_t steps = 0;
-    while (link.leadsToSlot()) {
-      if (++steps > slots_.numSlots()) [[unlikely]]
-        throwHashChainCycle(steps, slots_.numSlots());
-      SlotType const slot = slots_[link.id()];
-      slot.prefetch();
-      currLink = &slot.linkCell();
-      SlotLink const next = slot.link();
-      if (!next.occupied()) [[unlikely]]
-        throwNotOccupied(link.id());
-      Key const slotKey = keyIn(slot);
-      if (!belongs(hashOf(slotKey), bucket)) [[unlikely]]
-        throwCorruptKey(link.id());
-      std::uint32_t const slotHash = slot.hash();
-      if (slotHash == reversed && slotKey == key) {
-        if (traced) traceFound(key, link.id(), next);
-        slots_.anchor() = anchorOf(currLink, next);
-        return true;
-      }
-      if (slotHash > reversed || (slotHash == reversed && key < slotKey)) break;
-      if (traced) [[unlikely]]
-        DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} next curr:{}", key, link.id());
-      prevLink = currLink;
-      link = next;
-    }
-    if (traced) [[unlikely]]
-      DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found curr:{} next:{:#x}", key, link.id(),
-                  link.next);
-    return false;
+    bool const found = debugHandler().isOn(9) ? search<true>(key, bucket, prevLink, currLink, hash)
+                                              : search<false>(key, bucket, prevLink, currLink, hash);
+    if (found) slots_.anchor() = anchorOf(currLink, linkIn(*currLink));
+    return found;
   }
 
   // The record of the key, as long as nothing is called; null where there is none. It is copied to `out` too,
@@ -161,15 +132,15 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     Resize resize(*this);
     buckets_.resize(grown);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
-      prefetchChain(bucket + kPrefetchDistance, old);
+      prefetchChain(bucket, old);
       SlotLink const split = linkIn(splitPoint(bucket, old));
       relink(buckets_.headCell(bucket + old), split.target());
       owner_.yieldIfDue();
     }
     buckets_.publish(grown);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
-      prefetchChain(bucket + kPrefetchDistance, old);
-      relink(splitPoint(bucket, old), SlotLink::endAt(bucket + old));
+      prefetchChain(bucket, old);
+      relink(cutPoint(bucket, buckets_.head(bucket + old)), SlotLink::endAt(bucket + old));
       owner_.yieldIfDue();
     }
     resize.finish(&Bucket::WriterCounters::maxGrowTime);
@@ -181,7 +152,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     std::uint32_t const shrunk = old / 2;
     Resize resize(*this);
     for (std::uint32_t bucket = 0; bucket < shrunk; ++bucket) {
-      prefetchChain(bucket + kPrefetchDistance, shrunk);
+      prefetchChain(bucket, shrunk);
       relink(chainEnd(bucket), buckets_.head(bucket + shrunk).target());
       owner_.yieldIfDue();
     }
@@ -192,7 +163,9 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
                 shrunk, shrinkBuckets_, counters_.lastResizeTime);
   }
 
-  std::uint32_t hashOf(Key const& key) const { return Ops::KeyOps::hash(key, owner_.hashSeed()); }
+  [[gnu::always_inline]] std::uint32_t hashOf(Key const& key) const {
+    return Ops::KeyOps::hash(key, owner_.hashSeed());
+  }
 
   // Makes the link lead to another target.
   static void relink(Mem::Cell& cell, std::uint32_t target) {
@@ -214,8 +187,56 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
 
  private:
+  // All that the loop needs is in locals: the cells that the caller's pointers and the tables' members are
+  // may be one and the same to the compiler.
+  template <bool traced>
+  [[gnu::always_inline]] bool search(Key const& wanted, std::uint32_t bucket, Mem::Cell*& prevLink,
+                                     Mem::Cell*& currLink, std::uint32_t hash) const {
+    Key const key = wanted;
+    std::uint32_t const reversed = reverseBits(hash);
+    std::uint32_t const limit = slots_.numSlots();
+    Mem::Cell* prev = &buckets_.headCell(bucket);
+    Mem::Cell* curr = prev;
+    bool found = false;
+    std::uint32_t steps = 0;
+    SlotLink link = linkIn(*prev);
+    while (link.leadsToSlot()) {
+      if (++steps > limit) [[unlikely]]
+        throwHashChainCycle(steps, limit);
+      SlotType const slot = slots_[link.id()];
+      slot.prefetch();
+      curr = &slot.linkCell();
+      SlotLink const next = slot.link();
+      if (!next.occupied()) [[unlikely]]
+        throwNotOccupied(link.id());
+      Key const slotKey = keyIn(slot);
+      std::uint32_t const slotHash = slot.hash();
+      // A key that equals the wanted one needs no check of its bucket.
+      if (slotHash == reversed && slotKey == key) {
+        if constexpr (traced) traceFound(key, link.id(), next);
+        found = true;
+        break;
+      }
+      if (!belongs(hashOf(slotKey), bucket)) [[unlikely]]
+        throwCorruptKey(link.id());
+      if (slotHash > reversed || (slotHash == reversed && key < slotKey)) break;
+      if constexpr (traced)
+        DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} next curr:{}", key, link.id());
+      prev = curr;
+      link = next;
+    }
+    if constexpr (traced) {
+      if (!found)
+        DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found curr:{} next:{:#x}", key, link.id(),
+                    link.next);
+    }
+    prevLink = prev;
+    currLink = curr;
+    return found;
+  }
+
   // Far enough ahead to hide a miss of the cache behind the work on the buckets between.
-  static constexpr std::uint32_t kPrefetchDistance = 8;
+  static constexpr std::uint32_t kPrefetchDistance = 32;
 
   // Times a resize, starts the yielding, and lets chains be legal under the counts on both sides.
   class Resize {
@@ -340,41 +361,75 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found curr:{} next:{:#x}", key, slot, link.next);
   }
 
-  // Walks a chain for as long as `goesOn` says, and returns the link at which it stopped.
+  // Walks a chain for as long as `goesOn` says of each link, and returns the one at which it stopped.
   template <class GoesOn>
-  Mem::Cell& walk(std::uint32_t bucket, GoesOn&& goesOn) const {
+  [[gnu::always_inline]] Mem::Cell& walk(std::uint32_t bucket, GoesOn&& goesOn) const {
     Mem::Cell* cell = &buckets_.headCell(bucket);
+    std::uint32_t const limit = slots_.numSlots();
     std::uint32_t steps = 0;
-    for (SlotLink link = linkIn(*cell); link.leadsToSlot(); link = linkIn(*cell)) {
-      if (++steps > slots_.numSlots()) throwHashChainCycle(steps, slots_.numSlots());
-      SlotType const slot = slots_[link.id()];
-      if (!slot.link().occupied()) throwNotOccupied(link.id());
-      if (!goesOn(link.id(), reverseBits(slot.hash()))) break;
-      cell = &slot.linkCell();
+    for (SlotLink link = linkIn(*cell); goesOn(link); link = linkIn(*cell)) {
+      if (++steps > limit) [[unlikely]]
+        throwHashChainCycle(steps, limit);
+      cell = &slots_[link.id()].linkCell();
     }
     return *cell;
   }
 
+  SlotType occupiedSlot(SlotLink link) const {
+    SlotType const slot = slots_[link.id()];
+    if (!slot.link().occupied()) [[unlikely]]
+      throwNotOccupied(link.id());
+    return slot;
+  }
+
   // The link of the bucket's chain behind which the records of bucket + half follow, when there are 2 * half.
+  // Hashes are stored with their bits reversed: those of both buckets begin like the bucket's own number, and
+  // the bit after that tells which one.
   Mem::Cell& splitPoint(std::uint32_t bucket, std::uint32_t half) const {
-    return walk(bucket, [bucket, half](std::uint32_t slot, std::uint32_t hash) {
-      std::uint32_t const belongsTo = hash & (2 * half - 1);
-      if (belongsTo != bucket && belongsTo != bucket + half) throwCorruptKey(slot);
-      return belongsTo == bucket;
+    std::uint32_t const first = reverseBits(bucket);
+    std::uint32_t const upper = reverseBits(half);
+    std::uint32_t const rest = (upper - 1) | upper;
+    return walk(bucket, [=, this](SlotLink link) {
+      if (!link.leadsToSlot()) return false;
+      std::uint32_t const hash = occupiedSlot(link).hash();
+      if ((hash & ~rest) != first) [[unlikely]]
+        throwCorruptKey(link.id());
+      return (hash & upper) == 0;
+    });
+  }
+
+  // The link of the bucket's chain that leads where the head does which got the upper half.
+  Mem::Cell& cutPoint(std::uint32_t bucket, SlotLink upperHead) const {
+    std::uint32_t const target = upperHead.target();
+    return walk(bucket, [=, this](SlotLink link) {
+      if (link.target() == target) return false;
+      if (!link.leadsToSlot()) [[unlikely]]
+        throwHasBucket(bucket, link.id(), BucketTable::nextBucket(bucket, buckets_.bits()));
+      return true;
     });
   }
 
   Mem::Cell& chainEnd(std::uint32_t bucket) const {
-    return walk(bucket, [](std::uint32_t, std::uint32_t) { return true; });
+    return walk(bucket, [this](SlotLink link) {
+      if (!link.leadsToSlot()) return false;
+      occupiedSlot(link);
+      return true;
+    });
   }
 
+  // Called for each bucket in turn: asks for the first slot of a bucket far ahead, and for the second one of
+  // a bucket that is half as far, whose first has come by now. Without branches: which chains are empty can't
+  // be foretold.
   void prefetchChain(std::uint32_t bucket, std::uint32_t limit) const {
-    if (bucket >= limit) return;
-    SlotLink const head = buckets_.head(bucket);
-    if (!head.leadsToSlot()) return;
-    SlotType const slot = slots_[head.id()];
-    __builtin_prefetch(&slot.linkCell());
-    slot.prefetch();
+    std::uint32_t const last = limit - 1;
+    slotOf(buckets_.head(std::min(bucket + kPrefetchDistance, last))).prefetchAll();
+    SlotLink const nearer = buckets_.head(std::min(bucket + kPrefetchDistance / 2, last));
+    slotOf(slotOf(nearer).link()).prefetchAll();
+  }
+  // The first slot of all for a link that leads to none.
+  SlotType slotOf(SlotLink link) const {
+    std::uint32_t const leadsToSlot = (link.next >> 31) - 1;
+    return slots_[link.id() & leadsToSlot];
   }
 
   Buckets& buckets_;

@@ -19,13 +19,13 @@ class ChanceWatch {
     scheduler_->runCriticalPriorityTasks();
   }
 
-  void beginWrite() { last_ = LatencySamples::now(); }
+  void beginWrite() { last_ = processorSeconds(); }
   void chance() {
-    std::uint64_t const now = LatencySamples::now();
+    double const now = processorSeconds();
     longest_ = std::max(longest_, now - last_);
     last_ = now;
   }
-  std::uint64_t longest() const { return longest_; }
+  double longest() const { return longest_; }
   std::uint64_t runs() const { return runs_; }
 
  private:
@@ -40,8 +40,8 @@ class ChanceWatch {
 
   Dovel::Ptr<TaskSchedulerRoot> scheduler_ = Dovel::schedulerRootDovel();
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-  std::uint64_t last_ = 0;
-  std::uint64_t longest_ = 0;
+  double last_ = 0;
+  double longest_ = 0;
   std::uint64_t runs_ = 0;
 };
 
@@ -53,17 +53,14 @@ void measureLongest(benchmark::State& state, std::uint32_t count, bool yields, L
     Directory directory;
     HwtablesTable table(directory, count, yields);
     ChanceWatch watch;
-    std::uint64_t longest = 0;
+    double longest = 0;
     for (std::uint32_t const number : Workload::of(count).present) {
       Record const record = recordOf(number, 0);
-      std::uint64_t const begin = LatencySamples::now();
       watch.beginWrite();
-      table.put(record);
+      longest = std::max(longest, secondsOf([&] { table.put(record); }));
       watch.chance();
-      longest = std::max(longest, LatencySamples::now() - begin);
     }
-    std::uint64_t const ticks = what == Longest::write ? longest : watch.longest();
-    state.SetIterationTime(LatencySamples::nanoseconds(ticks) * 1e-9);
+    state.SetIterationTime(what == Longest::write ? longest : watch.longest());
     if (table.size() != count || (watch.runs() > 0) != yields)
       state.SkipWithError("the table did not grow as it should have");
   }

@@ -25,7 +25,7 @@ struct KeyRetrieval {
 // KeyIsHashed: the key is a hash already, and its value is taken as it is.
 template <class Key, bool KeyIsHashed>
 struct Hash {
-  static std::uint32_t hash(Key const& key, std::uint32_t seed) {
+  [[gnu::always_inline]] static std::uint32_t hash(Key const& key, std::uint32_t seed) {
     if constexpr (KeyIsHashed) {
       return static_cast<std::uint32_t>(key) ^ seed;
     } else {
