@@ -20,13 +20,15 @@ class Slot {
   explicit Slot(Mem::Cell* cells) : cells_(cells) {}
 
   Mem::Cell& linkCell() const { return cells_[0]; }
-  SlotLink link() const { return SlotLink::fromWord(Mem::SharedWord::ownWord(cells_[0])); }
+  [[gnu::always_inline]] SlotLink link() const {
+    return SlotLink::fromWord(Mem::SharedWord::ownWord(cells_[0]));
+  }
 
-  std::uint32_t hash() const {
+  [[gnu::always_inline]] std::uint32_t hash() const {
     Mem::Cell const word = Mem::SharedWord::loadValueWord(cells_[kHashCell]);
     return kHashIsHigh ? Mem::highHalf(word) : Mem::lowHalf(word);
   }
-  void hashIs(std::uint32_t hash) const {
+  [[gnu::always_inline]] void hashIs(std::uint32_t hash) const {
     Mem::Cell const value = kHashIsHigh ? Mem::SharedWord::loadValueWord(cells_[kHashCell]) : 0;
     Mem::SharedWord::storeValueWord(cells_[kHashCell],
                                     kHashIsHigh ? Mem::fromHalves(Mem::lowHalf(value), hash) : hash);
@@ -37,6 +39,7 @@ class Slot {
   [[gnu::always_inline]] void copyOut(void* to) const {
     static_assert(Bytes <= V);
     auto* const out = static_cast<std::byte*>(to);
+#pragma GCC unroll 8
     for (std::size_t at = 0; at < Bytes; at += sizeof(Mem::Cell)) {
       Mem::Cell const word = Mem::SharedWord::loadValueWord(cells_[kFirstValueCell + at / 8]);
       std::memcpy(out + at, &word, Bytes - at < 8 ? Bytes - at : 8);

@@ -24,7 +24,7 @@ class SlotWriterTable : public SlotWriterTableCommon {
   }
 
   // The only way to a slot: an id out of range throws Dovel::CorruptionDetectedException.
-  SlotType operator[](std::uint32_t id) const {
+  [[gnu::always_inline]] SlotType operator[](std::uint32_t id) const {
     if (id >= indexLimit_) [[unlikely]]
       throwOutOfRange(id);
     return SlotType(slots_ + std::size_t{id} * kShape.slotCells());
@@ -32,7 +32,7 @@ class SlotWriterTable : public SlotWriterTableCommon {
   SlotType lookaside() const { return SlotType(header().lookasideCells()); }
 
   // Gives a slot new contents, of which readers see either the old or the new in whole; it is occupied then.
-  void update(SlotType slot, Value const& value) const {
+  [[gnu::always_inline]] void update(SlotType slot, Value const& value) const {
     SlotLink link = slot.link();
     if (link.occupied()) lookaside().contentsAre(slot);
     link.sequence += SlotLink::kLookaside;

@@ -137,7 +137,7 @@ AttachResult WriterLifecycle::attachFiles() {
   AttachResult const ofSlots = slots().attach(emberId_);
   DOVEL_TRACE(handler_, 2, "VaultWriter", "slotsAttached:{}", static_cast<unsigned>(ofSlots));
   DOVEL_ASSERT(isAnswer(ofSlots), "VaultWriter", "Invalid slot attach");
-  auto const ofBuckets = static_cast<AttachResult>(buckets_.attach(emberId_));
+  auto const ofBuckets = static_cast<AttachResult>(buckets_.attach(emberId_, slots().maxSize()));
   DOVEL_TRACE(handler_, 2, "VaultWriter", "mapAttached:{}", static_cast<unsigned>(ofBuckets));
   DOVEL_ASSERT(isAnswer(ofBuckets), "VaultWriter", "Invalid map attach");
   auto const ofHerald = static_cast<AttachResult>(herald_->attach(emberId_));

@@ -37,11 +37,12 @@ void BucketWriterCommon::detach() {
   mapping_->detach();
 }
 
-unsigned BucketWriterCommon::attach(SharedMem::EmberId emberId) {
+unsigned BucketWriterCommon::attach(SharedMem::EmberId emberId, std::uint32_t expected) {
   detach();
   std::size_t const fileSize = mapping_->memSize();
   std::size_t const size = sizeFor(1);
-  std::byte* const base = mapping_->attach(size, Mem::Access::readWrite, 0);
+  std::byte* const base =
+      mapping_->attach(size, Mem::Access::readWrite, sizeFor(std::bit_ceil(std::uint64_t{expected})));
   if (base == nullptr) {
     DOVEL_THROW(Dovel::InvalidInitializeException, "BucketWriter", "cannot attach to shmem {} size:{}: {}",
                 mapping_->getFilename(), size, mapping_->error());

@@ -23,8 +23,9 @@ class BucketWriterCommon : public Dovel::Debuggable {
 
   // Maps the file; makes it, with one empty bucket, where it is absent or empty. Returns 1 for a new file, 2
   // for one that was adopted, 8 where its header is not that of this generation; error() has the reason.
+  // So many buckets are to be expected, for as many records: growth up to there is cheaper.
   // Throws Dovel::InvalidInitializeException and Dovel::MemoryResourceException.
-  unsigned attach(SharedMem::EmberId emberId);
+  unsigned attach(SharedMem::EmberId emberId, std::uint32_t expected);
   void detach();
   bool attached() const { return header_ != nullptr; }
 
@@ -48,7 +49,7 @@ class BucketWriterCommon : public Dovel::Debuggable {
   Dovel::String toString() const;
 
   // A head of the mapped room, which a resize has made larger than numBuckets() for a while.
-  Mem::Cell& headCell(std::uint32_t bucket) const {
+  [[gnu::always_inline]] Mem::Cell& headCell(std::uint32_t bucket) const {
     if (bucket >= mappedBuckets_) [[unlikely]]
       throwOutOfRange(bucket);
     return header_[BucketTable::kFirstBucketCell + bucket];
@@ -79,7 +80,9 @@ class BucketWriter : public BucketWriterCommon {
                std::unique_ptr<Mem::Mapping> mapping)
       : BucketWriterCommon(handler, rootPath, std::move(mapping), Link{}.word()) {}
 
-  Link head(std::uint32_t bucket) const { return Link::fromWord(Mem::SharedWord::ownWord(headCell(bucket))); }
+  [[gnu::always_inline]] Link head(std::uint32_t bucket) const {
+    return Link::fromWord(Mem::SharedWord::ownWord(headCell(bucket)));
+  }
 };
 
 }  // namespace VaultCore

@@ -21,6 +21,7 @@
 
 #include "bench/store/Directory.h"
 #include "bench/store/LatencySamples.h"
+#include "bench/store/Sizes.h"
 #include "bench/store/Workload.h"
 
 namespace StoreBench {
@@ -209,7 +210,7 @@ void registerOperation(std::string const& who, std::uint32_t count) {
 
 template <class Table>
 bool registerTable(std::string const& who) {
-  for (std::uint32_t const count : {1'000u, 64'000u, 1'000'000u}) {
+  for (std::uint32_t const count : kSizes) {
     registerOperation<Table, Insert>(who, count);
     registerOperation<Table, Overwrite>(who, count);
     registerOperation<Table, Hit>(who, count);

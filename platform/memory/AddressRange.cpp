@@ -14,7 +14,7 @@ namespace Mem {
 namespace {
 
 constexpr std::size_t kHugePage = AddressRange::kHugePage;
-constexpr int kReserve = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+constexpr int kPrivate = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
 
 bool isAligned(std::byte const* address) {
   return reinterpret_cast<std::uintptr_t>(address) % kHugePage == 0;
@@ -38,7 +38,7 @@ Offsets wholeHugePages(std::size_t begin, std::size_t end) {
 std::byte* reserve(std::size_t size) {
   bool const align = size >= kHugePage;
   std::size_t const wanted = align ? size + kHugePage : size;
-  void* const found = ::mmap(nullptr, wanted, PROT_NONE, kReserve, -1, 0);
+  void* const found = ::mmap(nullptr, wanted, PROT_NONE, kPrivate, -1, 0);
   if (found == MAP_FAILED) return nullptr;
   auto* const begin = static_cast<std::byte*>(found);
   if (!align) return begin;
@@ -53,80 +53,68 @@ std::byte* reserve(std::size_t size) {
 
 bool AddressRange::map(int descriptor, int protection, std::size_t size, std::size_t hint) {
   unmap();
-  std::size_t reserved = std::max(size, hint);
-  std::byte* at = reserve(reserved);
-  if (at == nullptr) at = reserve(reserved = size);
+  return mapRoom(descriptor, protection, size, std::max(size, hint)) ||
+         (hint > size && mapRoom(descriptor, protection, size, size));
+}
+
+bool AddressRange::mapRoom(int descriptor, int protection, std::size_t size, std::size_t room) {
+  std::byte* const at = reserve(room);
   if (at == nullptr) return false;
-  int const flags = descriptor < 0 ? MAP_PRIVATE | MAP_ANONYMOUS : MAP_SHARED;
-  if (::mmap(at, size, protection, flags | MAP_FIXED, descriptor, 0) == MAP_FAILED) {
-    release(at, at + reserved);
+  int const flags = descriptor < 0 ? kPrivate : MAP_SHARED;
+  if (::mmap(at, room, protection, flags | MAP_FIXED, descriptor, 0) == MAP_FAILED) {
+    release(at, at + room);
     return false;
   }
   base_ = at;
   size_ = size;
-  reserved_ = reserved;
+  room_ = room;
   return true;
 }
 
-void AddressRange::takeReserve(std::size_t from, std::size_t to) {
-  if (from < to) release(base_ + from, base_ + to);
+bool AddressRange::grow(std::size_t size) {
+  if (size > room_ && !growRoom(size)) return false;
+  size_ = std::max(size, size_);
+  return true;
 }
 
-bool AddressRange::growInPlace(std::size_t size) {
-  if (size >= kHugePage && !isAligned(base_)) return false;
-  // The addresses are free for others for a moment; where one takes them the mapping moves.
-  takeReserve(size_, std::min(size, reserved_));
-  if (::mremap(base_, size_, size, 0) == MAP_FAILED) {
-    takeReserve(std::min(size, reserved_), reserved_);
-    reserved_ = size_;
-    return false;
+bool AddressRange::growRoom(std::size_t room) {
+  bool const mayStay = room < kHugePage || isAligned(base_);
+  if (mayStay && ::mremap(base_, room_, room, 0) != MAP_FAILED) {
+    room_ = room;
+    return true;
   }
-  size_ = size;
-  reserved_ = std::max(size, reserved_);
-  return true;
-}
-
-bool AddressRange::move(std::size_t size) {
-  std::byte* const target = reserve(size);
+  std::byte* const target = reserve(room);
   if (target == nullptr) return false;
-  if (::mremap(base_, size_, size, MREMAP_MAYMOVE | MREMAP_FIXED, target) == MAP_FAILED) {
-    release(target, target + size);
+  if (::mremap(base_, room_, room, MREMAP_MAYMOVE | MREMAP_FIXED, target) == MAP_FAILED) {
+    release(target, target + room);
     return false;
   }
-  takeReserve(size_, reserved_);
   base_ = target;
-  size_ = reserved_ = size;
+  room_ = room;
   return true;
 }
-
-bool AddressRange::grow(std::size_t size) { return size <= size_ || growInPlace(size) || move(size); }
 
 void AddressRange::shrink(std::size_t size) {
   if (size >= size_) return;
-  std::byte* const end = base_ + size;
-  bool const kept =
-      reserved_ > size_ && ::mmap(end, size_ - size, PROT_NONE, kReserve | MAP_FIXED, -1, 0) != MAP_FAILED;
-  if (!kept) {
-    release(end, base_ + reserved_);
-    reserved_ = size;
-  }
+  // Private pages are given back, and are zeroes when they are had again.
+  ::madvise(base_ + size, size_ - size, MADV_DONTNEED);
   size_ = size;
 }
 
 void AddressRange::unmap() {
-  if (base_ != nullptr) release(base_, base_ + reserved_);
+  if (base_ != nullptr) release(base_, base_ + room_);
   forget();
 }
 
 void AddressRange::forget() {
   base_ = nullptr;
-  size_ = reserved_ = 0;
+  size_ = room_ = 0;
 }
 
 void AddressRange::swap(AddressRange& other) noexcept {
   std::swap(base_, other.base_);
   std::swap(size_, other.size_);
-  std::swap(reserved_, other.reserved_);
+  std::swap(room_, other.room_);
 }
 
 void AddressRange::collapse(int descriptor, std::size_t begin, std::size_t end) {

@@ -15,8 +15,9 @@ class AddressRange {
 
   static constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
-  // Maps a file from its start, or, for the descriptor -1, private zeroes. Sizes are whole pages. Addresses
-  // up to `hint` bytes are kept free for growth where they can be had. False with errno.
+  // Maps a file from its start, or, for the descriptor -1, private zeroes. Sizes are whole pages. Where it
+  // can be had, room for `hint` bytes is mapped at once, so that growth up to there costs nothing; only the
+  // first `size` bytes may be touched, for a file may end behind them. False with errno.
   bool map(int descriptor, int protection, std::size_t size, std::size_t hint);
 
   // Moves where it can't grow in place. False with errno and everything as it was.
@@ -31,8 +32,8 @@ class AddressRange {
 
   std::byte* base() const { return base_; }
   std::size_t size() const { return size_; }
-  // What is kept free for growth, from the base on.
-  std::size_t reserved() const { return reserved_; }
+  // What is mapped, used or not.
+  std::size_t room() const { return room_; }
 
   // Makes huge, where the kernel can, those whole huge pages of a file that have a part in the range.
   static void collapse(int descriptor, std::size_t begin, std::size_t end);
@@ -41,13 +42,12 @@ class AddressRange {
   void mapHuge(std::size_t begin, std::size_t end) const;
 
  private:
-  bool growInPlace(std::size_t size);
-  bool move(std::size_t size);
-  void takeReserve(std::size_t from, std::size_t to);
+  bool mapRoom(int descriptor, int protection, std::size_t size, std::size_t room);
+  bool growRoom(std::size_t room);
 
   std::byte* base_ = nullptr;
   std::size_t size_ = 0;
-  std::size_t reserved_ = 0;  // addresses from base_ that are ours, size_ at least
+  std::size_t room_ = 0;  // size_ at least
 };
 
 }  // namespace Mem

@@ -68,9 +68,10 @@ bool Local::resizeRange(std::size_t pages) {
 }
 
 void Local::advise() const {
-  if (capacity_ >= AddressRange::kHugePage) ::madvise(range_.base(), capacity_, MADV_HUGEPAGE);
+  // All of the room is advised alike: a mapping in parts can't be moved.
+  if (capacity_ >= AddressRange::kHugePage) ::madvise(range_.base(), range_.room(), MADV_HUGEPAGE);
   if (coreDump_ == CoreDump::asProcess) return;
-  ::madvise(range_.base(), range_.size(), coreDump_ == CoreDump::excluded ? MADV_DONTDUMP : MADV_DODUMP);
+  ::madvise(range_.base(), range_.room(), coreDump_ == CoreDump::excluded ? MADV_DONTDUMP : MADV_DODUMP);
 }
 
 void Local::dumpToCoreIs(CoreDump mode) {

@@ -138,7 +138,7 @@ std::byte* SharedMemWrapper::follow(OpenedFile const& file, std::size_t size) {
   }
   // What was mapped by small pages would stay so, though the writer has made it huge since.
   AddressRange anew;
-  if (!anew.map(file.descriptor.number(), PROT_READ, size, range_.reserved())) {
+  if (!anew.map(file.descriptor.number(), PROT_READ, size, range_.room())) {
     return failed("map", size, std::strerror(errno));
   }
   range_.swap(anew);
@@ -173,9 +173,9 @@ void SharedMemWrapper::giveBack(int descriptor, std::uint64_t begin, std::uint64
 
 // A forked child must not write into its parent's table, nor keep it in memory.
 void SharedMemWrapper::advise() const {
-  if (access_ == Access::readWrite) ::madvise(range_.base(), range_.size(), MADV_DONTFORK);
+  if (access_ == Access::readWrite) ::madvise(range_.base(), range_.room(), MADV_DONTFORK);
   if (coreDump_ == CoreDump::asProcess) return;
-  ::madvise(range_.base(), range_.size(), coreDump_ == CoreDump::excluded ? MADV_DONTDUMP : MADV_DODUMP);
+  ::madvise(range_.base(), range_.room(), coreDump_ == CoreDump::excluded ? MADV_DONTDUMP : MADV_DODUMP);
 }
 
 void SharedMemWrapper::dumpToCoreIs(CoreDump mode) {

@@ -45,13 +45,13 @@ namespace Impl {
 #ifdef HWTABLES_SHARED_WORD_TSAN
 inline constexpr std::memory_order kValueLoad = std::memory_order_acquire;
 inline constexpr std::memory_order kValueStore = std::memory_order_release;
-inline void releaseFence() {}
-inline void acquireFence() {}
+[[gnu::always_inline]] inline void releaseFence() {}
+[[gnu::always_inline]] inline void acquireFence() {}
 #else
 inline constexpr std::memory_order kValueLoad = std::memory_order_relaxed;
 inline constexpr std::memory_order kValueStore = std::memory_order_relaxed;
-inline void releaseFence() { std::atomic_thread_fence(std::memory_order_release); }
-inline void acquireFence() { std::atomic_thread_fence(std::memory_order_acquire); }
+[[gnu::always_inline]] inline void releaseFence() { std::atomic_thread_fence(std::memory_order_release); }
+[[gnu::always_inline]] inline void acquireFence() { std::atomic_thread_fence(std::memory_order_acquire); }
 #endif
 
 template <std::memory_order order>
@@ -69,74 +69,100 @@ template <std::memory_order order>
 }  // namespace Impl
 
 // The writer reads what it alone has written, so nothing orders these.
-inline Cell ownWord(Cell const& cell) { return Impl::load<std::memory_order_relaxed>(cell); }
+[[gnu::always_inline]] inline Cell ownWord(Cell const& cell) {
+  return Impl::load<std::memory_order_relaxed>(cell);
+}
 
 // Links, and the sequences in them.
 
 // Partner: readLink. Without the release a reader could follow the link into a slot whose contents are still
 // those of a former tenant.
-inline void publishLink(Cell& cell, Cell link) { Impl::store<std::memory_order_release>(cell, link); }
+[[gnu::always_inline]] inline void publishLink(Cell& cell, Cell link) {
+  Impl::store<std::memory_order_release>(cell, link);
+}
 
 // Opens an occupied slot's value for change. Partner: readLink, before and after the copy. Without the
 // release a reader could be sent to a lookaside slot that isn't filled yet; without the fence it could read a
 // changed word of the value and still see the closed sequence in its re-check.
-inline void openValue(Cell& cell, Cell link) {
+[[gnu::always_inline]] inline void openValue(Cell& cell, Cell link) {
   Impl::store<std::memory_order_release>(cell, link);
   Impl::releaseFence();
 }
 
 // Ends the change of a value; the slot is occupied from here on. Partner: readLink before the copy. Without
 // the release a reader that sees the new sequence could still copy old words.
-inline void closeValue(Cell& cell, Cell link) { Impl::store<std::memory_order_release>(cell, link); }
+[[gnu::always_inline]] inline void closeValue(Cell& cell, Cell link) {
+  Impl::store<std::memory_order_release>(cell, link);
+}
 
 // Takes a slot, whose predecessor leads elsewhere by now, out of use. Partner: readLink. Without the release
 // a reader could see the slot free while a link still seems to lead to it, and take that for damage.
-inline void vacateSlot(Cell& cell, Cell link) { Impl::store<std::memory_order_release>(cell, link); }
+[[gnu::always_inline]] inline void vacateSlot(Cell& cell, Cell link) {
+  Impl::store<std::memory_order_release>(cell, link);
+}
 
 // Partner: publishLink, openValue, closeValue and vacateSlot. Without the acquire the words of the slot could
 // be older than its link.
-inline Cell readLink(Cell const& cell) { return Impl::load<std::memory_order_acquire>(cell); }
+[[gnu::always_inline]] inline Cell readLink(Cell const& cell) {
+  return Impl::load<std::memory_order_acquire>(cell);
+}
 
 // Stands before every re-check of a sequence or version. Partner: the fences of openValue and enterCritical.
 // Without it the re-check could be done before the copy that it is to vouch for.
-inline void beforeRecheck() { Impl::acquireFence(); }
+[[gnu::always_inline]] inline void beforeRecheck() { Impl::acquireFence(); }
 
 // Values and their hashes: consistent by the sequences around them alone.
-inline void storeValueWord(Cell& cell, Cell word) { Impl::store<Impl::kValueStore>(cell, word); }
-inline Cell loadValueWord(Cell const& cell) { return Impl::load<Impl::kValueLoad>(cell); }
+[[gnu::always_inline]] inline void storeValueWord(Cell& cell, Cell word) {
+  Impl::store<Impl::kValueStore>(cell, word);
+}
+[[gnu::always_inline]] inline Cell loadValueWord(Cell const& cell) {
+  return Impl::load<Impl::kValueLoad>(cell);
+}
 
 // Headers.
 
 // A version and a count in one word. Partner: readCount. Without the release a reader could use the new count
 // before what it counts, heads or slots, is in place.
-inline void publishCount(Cell& cell, Cell versionAndCount) {
+[[gnu::always_inline]] inline void publishCount(Cell& cell, Cell versionAndCount) {
   Impl::store<std::memory_order_release>(cell, versionAndCount);
 }
 // Partner: publishCount.
-inline Cell readCount(Cell const& cell) { return Impl::load<std::memory_order_acquire>(cell); }
+[[gnu::always_inline]] inline Cell readCount(Cell const& cell) {
+  return Impl::load<std::memory_order_acquire>(cell);
+}
 
 // A word that readers take for approximate, or that only a later writer reads. Released all the same: the
 // compiler then keeps the order of stores in which a dead writer's files are understood.
-inline void storeHeaderWord(Cell& cell, Cell word) { Impl::store<std::memory_order_release>(cell, word); }
-inline Cell loadHeaderWord(Cell const& cell) { return Impl::load<std::memory_order_acquire>(cell); }
+[[gnu::always_inline]] inline void storeHeaderWord(Cell& cell, Cell word) {
+  Impl::store<std::memory_order_release>(cell, word);
+}
+[[gnu::always_inline]] inline Cell loadHeaderWord(Cell const& cell) {
+  return Impl::load<std::memory_order_acquire>(cell);
+}
 
 // Sets the critical flag. Partner: the validation of the next writer. The fence keeps every later store
 // behind it: without it a dead writer's half-done operation could look complete. It also keeps the next copy
 // to the lookaside slot behind the last closing sequence, without which a reader of the former copy could
 // take it for the value of its own slot.
-inline void enterCritical(Cell& cell, Cell word) {
+[[gnu::always_inline]] inline void enterCritical(Cell& cell, Cell word) {
   Impl::store<std::memory_order_release>(cell, word);
   Impl::releaseFence();
 }
 
 // Clears it. Partner: the validation of the next writer. Without the release the flag could be seen clear
 // while stores of the operation are still missing.
-inline void leaveCritical(Cell& cell, Cell word) { Impl::store<std::memory_order_release>(cell, word); }
+[[gnu::always_inline]] inline void leaveCritical(Cell& cell, Cell word) {
+  Impl::store<std::memory_order_release>(cell, word);
+}
 
 // The generation, in a file of its own. Partner: readGeneration. Without the release a reader could trust the
 // generation before the files that belong to it.
-inline void publishGeneration(Cell& cell, Cell word) { Impl::store<std::memory_order_release>(cell, word); }
-inline Cell readGeneration(Cell const& cell) { return Impl::load<std::memory_order_acquire>(cell); }
+[[gnu::always_inline]] inline void publishGeneration(Cell& cell, Cell word) {
+  Impl::store<std::memory_order_release>(cell, word);
+}
+[[gnu::always_inline]] inline Cell readGeneration(Cell const& cell) {
+  return Impl::load<std::memory_order_acquire>(cell);
+}
 
 }  // namespace SharedWord
 }  // namespace Mem

@@ -58,7 +58,7 @@ class ChannelHandle {
   std::string const& name() const { return channel_->name; }
   // Bit n set: level n is on. Valid for the life of the process.
   Trace::MaskCell const* mask() const { return &channel_->mask; }
-  bool isOn(unsigned short level) const {
+  [[gnu::always_inline]] bool isOn(unsigned short level) const {
     return level <= Trace::kHighestLevel && (mask()->load(std::memory_order_relaxed) >> level & 1) != 0;
   }
 
