@@ -189,6 +189,12 @@ std::size_t SharedMemWrapper::memSize() const {
   return isThere ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
+bool SharedMemWrapper::isInPlace() const {
+  struct stat status {};
+  return range_.base() != nullptr && ::lstat(path_.data(), &status) == 0 && status.st_dev == device_ &&
+         status.st_ino == inode_;
+}
+
 // A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.
 bool SharedMemWrapper::isForeign() const { return access_ == Access::readWrite && process_ != ::getpid(); }
 
