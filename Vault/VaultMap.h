@@ -139,6 +139,7 @@ class VaultMap : public VaultMapBase {
     dropSentries();
     ready_ = false;
     installDummy();
+    tellState();
   }
 
   void scratchpadIs(std::uint64_t value) { implementation_->scratchpadIs(value); }
@@ -176,6 +177,13 @@ class VaultMap : public VaultMapBase {
     }
     Mem::Util::createControlFile(debugHandler(), implementation_->rootPath());
   }
+  // Of a map that isn't initialized.
+  void placeIs(Dovel::String const& name, Dovel::String const& path) {
+    name_ = name;
+    path_ = path;
+    installDummy();
+  }
+
   SharedMem::EmberId currentEmberId() const override { return implementation_->emberId(); }
   bool filesAreInPlace() const override { return implementation_->validateFiles(); }
 

@@ -23,6 +23,8 @@ class VaultMapBase : public Dovel::Debuggable,
   virtual ~VaultMapBase();
 
   Dovel::String const& name() const { return name_; }
+  // Of the table, as it was given.
+  Dovel::String const& path() const { return path_; }
   bool initialized() const { return descriptor_.has_value(); }
   // Of an initialized map.
   MapDescriptor const& descriptor() const { return *descriptor_; }
