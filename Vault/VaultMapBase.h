@@ -27,7 +27,7 @@ class VaultMapBase : public Dovel::Debuggable,
   Dovel::String const& path() const { return path_; }
   bool initialized() const { return descriptor_.has_value(); }
   // Of an initialized map.
-  MapDescriptor const& descriptor() const { return *descriptor_; }
+  MapDescriptor const& descriptor() const { return descriptor_.value(); }
   // Whether a store is attached and its table sound.
   bool ready() const { return ready_; }
 
