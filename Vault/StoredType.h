@@ -47,7 +47,7 @@ struct StoredType {
   std::strong_ordering (*compareKeys)(std::byte const* a, std::byte const* b);
   Dovel::String (*keyText)(std::byte const* value);
   void (*fields)(std::byte const* value, FieldSink& sink);
-  std::unique_ptr<StoredReader> (*reader)(Mem::RootPath const& rootPath);
+  std::unique_ptr<StoredReader> (*reader)(Mem::RootPath const& rootPath) = nullptr;
 
   // Puts a type in for as long as it lives. The type must outlive it.
   class Registration {

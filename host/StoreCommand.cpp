@@ -252,7 +252,7 @@ int getRecords(Options const& options) {
   StoreFiles const store(rootPath, StoreFiles::Extent::headers);
   std::string const path = oneLine(rootPath.dirName());
   StoredType const* const type = StoredType::find(store.slots().typeName());
-  if (type == nullptr) {
+  if (type == nullptr || type->reader == nullptr) {
     fmt::print(stderr, "hwtables: cannot read {}: the bundle knows no type \"{}\"\n", path,
                oneLine(store.slots().typeName()));
     return 1;
