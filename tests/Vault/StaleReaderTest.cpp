@@ -200,6 +200,44 @@ TEST_F(StaleReader, GoesOnAfterTheBucketsHaveDoubledManyTimesAndAnotherCallHasFo
   }
 }
 
+// Two records between which nothing can come, so that the link from one to the other never changes, while
+// their bucket is split time and again.
+TEST_F(StaleReader, GoesOnFromALinkThatIsUnchangedThoughItsBucketWasSplitManyTimes) {
+  removeDownTo(kFew);
+  constexpr std::uint32_t kHash = 999;
+  ChosenKey const here{kMany, kHash};
+  ChosenKey const behind{kMany + 1, kHash};
+  store_.write(here);
+  store_.write(behind);
+  auto const reader = attached();
+  Value value;
+  Vault::IterHint hint;
+  walkTo(*reader, here.number, value, hint);
+  ASSERT_NE(hint.bucket, kHash);
+  writeUpTo(kHash);
+  EXPECT_TRUE(holds(*reader, kHash - 1));
+  ASSERT_EQ(store_->buckets(), 1024U);
+  ASSERT_TRUE(reader->next(here, value, hint));
+  EXPECT_EQ(value.key(), behind);
+}
+
+// The same for a record that stays the last of its chain, and for the last of all.
+TEST_F(StaleReader, GoesOnFromAnUnchangedEndOfAChainThoughItsBucketWasSplitManyTimes) {
+  for (std::uint32_t const hash : {0xffffffe7U, 0xffffffffU}) {
+    removeDownTo(kFew);
+    ChosenKey const here{kMany, hash};
+    store_.write(here);
+    auto const reader = attached();
+    Value value;
+    Vault::IterHint hint;
+    walkTo(*reader, here.number, value, hint);
+    writeUpTo(kMany - 1);
+    EXPECT_TRUE(holds(*reader, 1));
+    EXPECT_EQ(restOf(*reader, value, hint), orderedBehind(hash, kMany - 1));
+    store_.remove(here);
+  }
+}
+
 TEST_F(StaleReader, GoesOnAfterTheBucketsWereHalvedManyTimesAndAnotherCallHasFollowed) {
   for (std::uint32_t number = 0; number < kFew; ++number) {
     auto const reader = attached();

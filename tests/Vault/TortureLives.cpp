@@ -57,6 +57,7 @@ void WriterLife::attach() {
   for (KeyHistory& key : world_.keys) key.beginWipe();
   writer_ = std::make_unique<Writer>(handler(), rootOf(path_), descriptor());
   writer_->initialize("torture");
+  tallied_ = {};
   recover();
   world_.begun = world_.done.load();
   world_.isThere = true;
@@ -89,7 +90,7 @@ void WriterLife::step() {
   std::uint32_t const number = pick(range);
   std::uint32_t const removals = turn == 1 ? 0 : turn == 2 ? 14 : 5;
   std::uint32_t const what = pick(4000);
-  if (what == 0 && removesTables_ && pick(6) == 0) {
+  if (what == 0 && removesTables_ && pick(30) == 0) {
     removeTable();
   } else if (what < 4) {
     shrink();
@@ -142,9 +143,10 @@ void WriterLife::shrink() {
 
 void WriterLife::tally() {
   Vault::Writer::Counters const& counters = writer_->counters();
-  world_.slotGrows = std::max(world_.slotGrows.load(), counters.slotGrows);
-  world_.slotShrinks = std::max(world_.slotShrinks.load(), counters.slotShrinks);
-  world_.moves = std::max(world_.moves.load(), counters.slotsMoved);
+  world_.slotGrows += counters.slotGrows - tallied_.slotGrows;
+  world_.slotShrinks += counters.slotShrinks - tallied_.slotShrinks;
+  world_.slotsMoved += counters.slotsMoved - tallied_.slotsMoved;
+  tallied_ = counters;
 }
 
 void WriterLife::removeTable() {

@@ -47,7 +47,7 @@ struct World {
   std::atomic<std::uint64_t> removedTables{0};
   std::atomic<std::uint64_t> slotGrows{0};
   std::atomic<std::uint64_t> slotShrinks{0};
-  std::atomic<std::uint64_t> moves{0};  // by which a table was made compact
+  std::atomic<std::uint64_t> slotsMoved{0};
   std::atomic<bool> ends{false};
 
   // The first who finds something wrong says what. Nothing happens where nothing is wrong.
@@ -86,6 +86,7 @@ class WriterLife {
   bool const removesTables_;
   std::mt19937_64 random_;
   std::unique_ptr<Writer> writer_;
+  Vault::Writer::Counters tallied_;
 };
 
 class ReaderLife {

@@ -273,14 +273,14 @@ TEST(Torture, LetsReadersSeeOneHistoryWhateverIsDoneToThemAndToTheWriter) {
       sum(&ReaderTally::walks), sum(&ReaderTally::slots), sum(&ReaderTally::lookasideReads),
       sum(&ReaderTally::restarts), sum(&ReaderTally::resizes), torturer.writerKills, torturer.writerStops,
       torturer.stopsInAnOperation, world.wipes.load(), world.removedTables.load(), world.slotGrows.load(),
-      world.slotShrinks.load(), world.moves.load(), torturer.readerKills, torturer.readerStops,
+      world.slotShrinks.load(), world.slotsMoved.load(), torturer.readerKills, torturer.readerStops,
       sum(&ReaderTally::attaches), sum(&ReaderTally::replacements));
   for (auto const member :
        {&ReaderTally::found, &ReaderTally::missed, &ReaderTally::walks, &ReaderTally::slots,
         &ReaderTally::replacements, &ReaderTally::lookasideReads, &ReaderTally::resizes})
     EXPECT_GT(sum(member), 0U);
   for (auto const counter :
-       {&World::wipes, &World::removedTables, &World::slotGrows, &World::slotShrinks, &World::moves})
+       {&World::wipes, &World::removedTables, &World::slotGrows, &World::slotShrinks, &World::slotsMoved})
     EXPECT_GT(world.*counter, 0U);
   EXPECT_GT(torturer.stopsInAnOperation, 0U);
 }
