@@ -10,12 +10,14 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "Vault/ReaderCounters.h"
 #include "VaultCore/BucketReader.h"
 #include "VaultCore/IterHint.h"
 #include "VaultCore/ReaderHashMapCommon.h"
 #include "VaultCore/SlotLink.h"
+#include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
 
 namespace VaultCore {
@@ -54,17 +56,13 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
   bool next(Key const& after, Value& value, IterHint& hint) {
     // The key may be part of the value that is about to be filled.
     Key const key = after;
-    if (hint.slot < slots_.numSlots() && hint.bucket < buckets_.numBuckets()) {
-      Mem::Cell const* const cell = slots_[hint.slot];
-      SlotLink const link = Slots::linkIn(*cell);
-      if (link.sequence == hint.sequence) {
-        if (!link.leadsToSlot()) return follow(key, link, value, hint);
-        if (takeSlot(*cell, link, hint.bucket, value, hint)) {
-          DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {} using {}, saving new slot hint {}",
-                      key, keyOf(value), hint.bucket, hint);
-          return true;
-        }
-      }
+    try {
+      if (std::optional<bool> const found = nextByHint(key, value, hint)) return *found;
+    } catch (Dovel::CorruptionDetectedException const& caught) {
+      // Since the hint was given its bucket may have been split more than once, which other calls have
+      // followed.
+      DOVEL_TRACE(debugHandler(), 5, "ReaderHashMap", "{} goes by the key, for its hint is no good: {}", key,
+                  caught.msg());
     }
     return nextByKey(key, value, hint);
   }
@@ -202,6 +200,19 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     }
     if (!follows(bucket, link.id())) throwHasBucket(bucket, link.id(), buckets_.numBuckets());
     return false;
+  }
+
+  // Nothing where the slot of the hint has changed since.
+  std::optional<bool> nextByHint(Key const& key, Value& value, IterHint& hint) {
+    if (hint.slot >= slots_.numSlots() || hint.bucket >= buckets_.numBuckets()) return {};
+    Mem::Cell const* const cell = slots_[hint.slot];
+    SlotLink const link = Slots::linkIn(*cell);
+    if (link.sequence != hint.sequence) return {};
+    if (!link.leadsToSlot()) return follow(key, link, value, hint);
+    if (!takeSlot(*cell, link, hint.bucket, value, hint)) return {};
+    DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {} using {}, saving new slot hint {}", key,
+                keyOf(value), hint.bucket, hint);
+    return true;
   }
 
   // From the end of the chain of the hint's bucket on.
