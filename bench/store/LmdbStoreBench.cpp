@@ -21,7 +21,7 @@ class LmdbTable {
   LmdbTable(LmdbTable const&) = delete;
   LmdbTable& operator=(LmdbTable const&) = delete;
   ~LmdbTable() {
-    settle();
+    if (transaction_ != nullptr) mdb_txn_abort(transaction_);
     mdb_txn_abort(reader_);
     mdb_env_close(environment_);
   }
@@ -68,7 +68,7 @@ class LmdbTable {
   }
 
   void settle() {
-    if (transaction_) must(mdb_txn_commit(transaction_));
+    if (transaction_ != nullptr) must(mdb_txn_commit(transaction_));
     transaction_ = nullptr;
     written_ = 0;
     if (read_ != 0) endRead();
@@ -82,7 +82,7 @@ class LmdbTable {
 
  private:
   void beginWrite() {
-    if (!transaction_) must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
+    if (transaction_ == nullptr) must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
   }
   void endWrite() {
     if (++written_ == batch) settle();
