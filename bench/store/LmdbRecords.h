@@ -30,11 +30,12 @@ inline Record recordIn(MDB_val const& key, MDB_val const& value) {
   return record;
 }
 
-// Never more than once in a process for one directory.
-inline MDB_env* openedLmdb(Directory const& directory, std::uint32_t count) {
+// Never more than once in a process for one directory. `room` is for the pages that a reader keeps from being
+// used anew.
+inline MDB_env* openedLmdb(Directory const& directory, std::uint32_t count, std::size_t room) {
   MDB_env* environment = nullptr;
   must(mdb_env_create(&environment));
-  must(mdb_env_set_mapsize(environment, (std::size_t{16} << 20) + std::size_t{count} * 512));
+  must(mdb_env_set_mapsize(environment, room + std::size_t{count} * 512));
   must(mdb_env_open(environment, directory.path().c_str(), MDB_NOSYNC | MDB_WRITEMAP | MDB_NOMETASYNC, 0644));
   return environment;
 }

@@ -11,7 +11,7 @@ template <unsigned batch>
 class LmdbTable {
  public:
   LmdbTable(Directory const& directory, std::uint32_t count) {
-    environment_ = openedLmdb(directory, count);
+    environment_ = openedLmdb(directory, count, std::size_t{16} << 20);
     must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
     must(mdb_dbi_open(transaction_, nullptr, MDB_CREATE, &database_));
     settle();

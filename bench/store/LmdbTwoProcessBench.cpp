@@ -1,4 +1,6 @@
 // LMDB in two processes: each write is a transaction, and each look-up renews its own.
+#include <utility>
+
 #include "bench/store/LmdbRecords.h"
 #include "bench/store/TwoProcessBench.h"
 
@@ -6,26 +8,34 @@ namespace {
 
 using namespace StoreBench;
 
+// A reader that isn't running for a while may be in the middle of its look-up.
+constexpr std::size_t kRoom = std::size_t{1} << 30;
+
 class LmdbWriter {
  public:
-  LmdbWriter(Directory const& directory, std::uint32_t count) : environment_(openedLmdb(directory, count)) {
+  LmdbWriter(Directory const& directory, std::uint32_t count)
+      : environment_(openedLmdb(directory, count, kRoom)) {
     must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
     must(mdb_dbi_open(transaction_, nullptr, MDB_CREATE, &database_));
   }
   LmdbWriter(LmdbWriter const&) = delete;
   LmdbWriter& operator=(LmdbWriter const&) = delete;
-  ~LmdbWriter() { mdb_env_close(environment_); }
+  ~LmdbWriter() {
+    if (transaction_ != nullptr) mdb_txn_abort(transaction_);
+    mdb_env_close(environment_);
+  }
 
   // All in one transaction: this isn't measured.
   void fill(Target const& target, Record const& record) { put(target, record); }
-  void filled() { must(mdb_txn_commit(transaction_)); }
+  void filled() { commit(); }
   void overwrite(Target const& target, Record const& record) {
     must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
     put(target, record);
-    must(mdb_txn_commit(transaction_));
+    commit();
   }
 
  private:
+  void commit() { must(mdb_txn_commit(std::exchange(transaction_, nullptr))); }
   void put(Target const&, Record const& record) {
     KeyBytes key(record.key);
     MDB_val value{sizeof record.row, const_cast<Row*>(&record.row)};
@@ -39,7 +49,8 @@ class LmdbWriter {
 
 class LmdbReader {
  public:
-  LmdbReader(Directory const& directory, std::uint32_t count) : environment_(openedLmdb(directory, count)) {
+  LmdbReader(Directory const& directory, std::uint32_t count)
+      : environment_(openedLmdb(directory, count, kRoom)) {
     must(mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &transaction_));
     must(mdb_dbi_open(transaction_, nullptr, 0, &database_));
     mdb_txn_reset(transaction_);

@@ -2,8 +2,14 @@
 
 #include <sched.h>
 
+#include <cstddef>
+
 namespace StoreBench {
 namespace {
+
+bool isIn(int processor, cpu_set_t const& set) {
+  return CPU_ISSET(static_cast<std::size_t>(processor), &set);
+}
 
 std::optional<Processors> choose() {
   cpu_set_t given;
@@ -11,7 +17,7 @@ std::optional<Processors> choose() {
   std::optional<Processors> chosen;
   // From the last one down: the first serves most interrupts.
   for (int processor = CPU_SETSIZE; processor-- > 0 && !chosen;)
-    if (CPU_ISSET(processor, &given)) chosen = Processors{processor, -1};
+    if (isIn(processor, given)) chosen = Processors{processor, -1};
   for (int processor = CPU_SETSIZE; chosen && processor-- > 0 && chosen->other < 0;)
     if (processor != chosen->measured && pinTo(processor)) chosen->other = processor;
   ::sched_setaffinity(0, sizeof given, &given);
@@ -28,7 +34,7 @@ std::optional<Processors> Processors::two() {
 bool pinTo(int processor) {
   cpu_set_t only;
   CPU_ZERO(&only);
-  CPU_SET(processor, &only);
+  CPU_SET(static_cast<std::size_t>(processor), &only);
   return ::sched_setaffinity(0, sizeof only, &only) == 0 && ::sched_getcpu() == processor;
 }
 

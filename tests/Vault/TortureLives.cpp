@@ -90,10 +90,10 @@ void WriterLife::step() {
   std::uint32_t const number = pick(range);
   std::uint32_t const removals = turn == 1 ? 0 : turn == 2 ? 14 : 5;
   std::uint32_t const what = pick(4000);
-  if (what == 0 && removesTables_ && pick(30) == 0) {
+  if (what == 0 && removesTables_ && pick(10) == 0) {
     removeTable();
   } else if (what < 4) {
-    shrink();
+    writer_->shrink();
   } else if (what < 100) {
     writer_->markAndSweepFlag({number}, static_cast<Vault::MarkAndSweepOperation>(pick(3)));
   } else if (pick(16) < removals) {
@@ -103,7 +103,7 @@ void WriterLife::step() {
   } else {
     write(number);
   }
-  ++world_.done;
+  if (++world_.done % 256 == 0) tally();
 }
 
 void WriterLife::write(std::uint32_t number) {
@@ -134,11 +134,6 @@ void WriterLife::remove(std::uint32_t number) {
   world_.complain(torn(value));
   if (value.version() != before)
     world_.complain(fmt::format("removed version {}, not {}", value.version(), before));
-}
-
-void WriterLife::shrink() {
-  writer_->shrink();
-  tally();
 }
 
 void WriterLife::tally() {

@@ -76,7 +76,6 @@ class WriterLife {
   void write(std::uint32_t number);
   void writeDirectly(std::uint32_t number);
   void remove(std::uint32_t number);
-  void shrink();
   void removeTable();
   void tally();
   std::uint32_t pick(std::uint32_t below) { return static_cast<std::uint32_t>(random_()) % below; }

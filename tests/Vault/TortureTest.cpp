@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Vault/Util.h"
@@ -62,7 +63,7 @@ class Victim {
   void kill() {
     if (pid_ == 0) return;
     ::kill(pid_, SIGKILL);
-    expectEnd(SIGKILL);
+    if (int const status = statusAtEnd(); !WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) ended(status);
   }
   void stop() {
     if (pid_ == 0) return;
@@ -77,15 +78,14 @@ class Victim {
     stopped_ = false;
   }
   bool isStopped() const { return stopped_; }
-  // The life comes to its own end.
-  void expectEnd(int signal = 0) {
-    if (pid_ == 0) return;
+  // Complains of an end that nobody has brought about.
+  void expectAlive() {
     int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = 0;
-    EXPECT_TRUE(signal == 0 ? WIFEXITED(status) && WEXITSTATUS(status) == 0
-                            : WIFSIGNALED(status) && WTERMSIG(status) == signal)
-        << "ended by itself: " << status;
+    if (pid_ != 0 && ::waitpid(pid_, &status, WNOHANG) == pid_) ended(status);
+  }
+  // The life comes to its own end.
+  void expectEnd() {
+    if (int const status = statusAtEnd(); !WIFEXITED(status) || WEXITSTATUS(status) != 0) ended(status);
   }
 
  private:
@@ -101,9 +101,15 @@ class Victim {
     }
     ::_exit(1);
   }
+  int statusAtEnd() {
+    int status = 0;
+    if (pid_ != 0) ::waitpid(std::exchange(pid_, 0), &status, 0);
+    return status;
+  }
   void ended(int status) {
     pid_ = 0;
-    world_.complain(fmt::format("a process ended with status {:#x}", status));
+    world_.complain(WIFSIGNALED(status) ? fmt::format("a process was ended by signal {}", WTERMSIG(status))
+                                        : "a process has ended");
   }
 
   World& world_;
@@ -134,6 +140,7 @@ class Torturer {
     while (Clock::now() < end && !world_->isComplained() && !testing::Test::HasFailure()) {
       std::this_thread::sleep_for(std::chrono::microseconds(pick(6000)));
       strike();
+      for (auto const& reader : readers_) reader->expectAlive();
       if (folder_.has(Vault::Util::kCorruptionFile)) world_->complain("a reader left a corruption marker");
     }
     finish();
@@ -222,6 +229,7 @@ class Torturer {
     auto const end = Clock::now() + 20s;
     while (!condition() && !world_->isComplained()) {
       if (Clock::now() > end) return world_->complain(fmt::format("not so: {}", what));
+      for (auto const& reader : readers_) reader->expectAlive();
       std::this_thread::sleep_for(100us);
     }
   }
@@ -230,9 +238,9 @@ class Torturer {
     world_->ends = true;
     for (auto const& reader : readers_) reader->proceed();
     bool const isFine = !world_->isComplained();
-    for (auto const& reader : readers_) isFine ? reader->expectEnd() : reader->kill();
-    isFine ? writer_->expectEnd() : writer_->kill();
-    if (!isFine) return;
+    if (!isFine) return;  // whoever lives is killed with its object
+    for (auto const& reader : readers_) reader->expectEnd();
+    writer_->expectEnd();
     WriterLife life(*world_, folder_.path(), seed_, false);
     life.attach();
     EXPECT_TRUE(life.writer().validate());
