@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "Vault/ReaderCounters.h"
+#include "VaultCore/ReaderCounters.h"
 #include "Vault/SlotHeader.h"
 #include "platform/memory/Mapping.h"
 #include "platform/memory/VersionAnchor.h"

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "Herald/HeraldWriter.h"
-#include "Vault/ReaderCounters.h"
+#include "VaultCore/ReaderCounters.h"
 #include "Vault/VaultType.h"
 #include "VaultCore/IterHint.h"
 #include "platform/memory/RootPath.h"

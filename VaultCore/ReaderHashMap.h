@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "Vault/ReaderCounters.h"
+#include "VaultCore/ReaderCounters.h"
 #include "VaultCore/BucketReader.h"
 #include "VaultCore/IterHint.h"
 #include "VaultCore/ReaderHashMapCommon.h"
@@ -93,7 +93,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     Mem::Cell const& head = buckets_.headCell(bucket);
     std::uint32_t const limit = slots_.numSlots();
     for (;;) {
-      Mem::Cell const* cell = &head;
+      Mem::Cell const* before = &head;
       SlotLink link = Slots::linkIn(head);
       std::uint32_t steps = 0;
       bool restarts = false;
@@ -103,7 +103,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
         std::uint32_t const slot = link.id();
         Mem::Cell const* const cells = slots_[slot];
         auto const step = slots_.readStep(cells, reversed, out);
-        if (!isUnchanged(*cell, link)) [[unlikely]] {
+        if (!isUnchanged(*before, link)) [[unlikely]] {
           restarts = true;
           break;
         }
@@ -117,7 +117,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
           link = SlotLink{};
           break;
         }
-        cell = cells;
+        before = cells;
         link = step.link;
       }
       if (!restarts) [[likely]] {
@@ -205,11 +205,11 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
   // Nothing where the slot of the hint has changed since.
   std::optional<bool> nextByHint(Key const& key, Value& value, IterHint& hint) {
     if (hint.slot >= slots_.numSlots() || hint.bucket >= buckets_.numBuckets()) return {};
-    Mem::Cell const* const cell = slots_[hint.slot];
-    SlotLink const link = Slots::linkIn(*cell);
+    Mem::Cell const* const own = slots_[hint.slot];
+    SlotLink const link = Slots::linkIn(*own);
     if (link.sequence != hint.sequence) return {};
     if (!link.leadsToSlot()) return follow(key, link, value, hint);
-    if (!takeSlot(*cell, link, hint.bucket, value, hint)) return {};
+    if (!takeSlot(*own, link, hint.bucket, value, hint)) return {};
     DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {} using {}, saving new slot hint {}", key,
                 keyOf(value), hint.bucket, hint);
     return true;
@@ -231,7 +231,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     std::uint32_t const reversed = reverseBits(hash);
     Mem::Cell const& head = buckets_.headCell(bucket);
     for (;;) {
-      Mem::Cell const* cell = &head;
+      Mem::Cell const* before = &head;
       SlotLink link = Slots::linkIn(head);
       std::uint32_t steps = 0;
       bool restarts = false;
@@ -239,19 +239,19 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
         if (++steps > slots_.numSlots()) throwHashChainCycle(steps, slots_.numSlots());
         std::uint32_t const slot = link.id();
         auto const step = slots_.readStep(slots_[slot], reversed, &value);
-        restarts = !isUnchanged(*cell, link);
+        restarts = !isUnchanged(*before, link);
         if (restarts) break;
         if (!step.link.occupied()) throwSlowPathNotOccupied(slot, &key, sizeof key);
         DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} comparing slot {} {}", key, slot, step.key);
         checkBelongs(step.key, bucket);
         if (step.hash > reversed || (step.hash == reversed && key < step.key)) {
-          restarts = !takeSlot(*cell, link, bucket, value, hint);
+          restarts = !takeSlot(*before, link, bucket, value, hint);
           if (restarts) break;
           DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {}, saving {}", key, keyOf(value),
                       hint);
           return true;
         }
-        cell = slots_[slot];
+        before = slots_[slot];
         link = step.link;
       }
       if (!restarts) {
