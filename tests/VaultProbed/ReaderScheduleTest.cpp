@@ -1,0 +1,47 @@
+// Readers and a writer at one table, in every order in which their steps can come: see ScheduleProbe.h.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "tests/VaultProbed/ScheduleScenarios.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Seed.h"
+
+namespace ScheduleTests {
+namespace {
+
+// Of one kind of search for one thing that a reader does; HWTABLES_SCHEDULES for more or fewer.
+std::uint64_t budget() {
+  constexpr bool kThorough = !HWTABLES_ASAN && !HWTABLES_TSAN;
+  char const* const given = std::getenv("HWTABLES_SCHEDULES");
+  return given != nullptr ? std::strtoull(given, nullptr, 0) : kThorough ? 20'000 : 500;
+}
+
+class ReaderSchedule : public testing::TestWithParam<NamedScenario> {};
+
+TEST_P(ReaderSchedule, IsToldWhatIsThere) {
+  PRINT_SEED_ON_FAILURE();
+  auto const began = std::chrono::steady_clock::now();
+  Explorer explorer(GetParam().scenario);
+  ASSERT_EQ(explorer.reproach(), "");
+  std::uint64_t schedules = 0;
+  unsigned all = 0;
+  auto const programs = explorer.programs();
+  for (Program const& program : programs) {
+    Outcome const outcome = explorer.explore(program, budget());
+    EXPECT_EQ(outcome.reproach, "");
+    schedules += outcome.schedules;
+    all += outcome.isAll ? 1 : 0;
+  }
+  std::chrono::duration<double> const taken = std::chrono::steady_clock::now() - began;
+  fmt::print("{}: {} positions, {} schedules of {} programs, {} of them in full, {:.2f} s\n", GetParam().name,
+             explorer.timeline().last(), schedules, programs.size(), all, taken.count());
+}
+
+INSTANTIATE_TEST_SUITE_P(, ReaderSchedule, testing::ValuesIn(scenarios()),
+                         [](auto const& made) { return std::string(made.param.name); });
+
+}  // namespace
+}  // namespace ScheduleTests
