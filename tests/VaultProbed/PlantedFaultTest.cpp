@@ -51,7 +51,7 @@ constexpr PlantedFault kDirect[] = {
     {"ValueIsOpenedBeforeItIsPrepared", "DirectUpdate",
      [](FaultyRecording& steps) { steps.moveBefore(steps.first(Role::open), steps.first(Role::lookaside)); }},
     {"PreparedValueHasNoHash", "DirectUpdateBesideTheHash",
-     [](FaultyRecording& steps) { steps.step(steps.last(Role::lookaside)).value &= 0xffffffffU; }},
+     [](FaultyRecording& steps) { steps.forgetLookasideHash(); }},
     {"PreparedValueIsClosedBeforeItsLastWord", "DirectUpdate",
      [](FaultyRecording& steps) { steps.moveBefore(steps.first(Role::close), steps.last(Role::contents)); }},
     {"PreparedRecordIsPublishedBeforeItIsOccupied", "DirectInsertion",

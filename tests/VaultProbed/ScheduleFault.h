@@ -52,6 +52,8 @@ class FaultyRecording {
 
   // Leaves the sequence, or the version, as it was before the store; all later stores to the word follow.
   void keepSequence(std::size_t step);
+  // Of records whose hash is in one word with the end of the value.
+  void forgetLookasideHash();
   Step& step(std::size_t number) { return recording_.steps.at(number); }
   std::uint64_t before(std::size_t number) const { return before_.at(number); }
 

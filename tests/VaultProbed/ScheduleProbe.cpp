@@ -6,6 +6,15 @@
 #include "VaultCore/BucketTable.h"
 
 namespace ScheduleTests {
+namespace {
+
+std::uint64_t scrambled(std::uint64_t word) {
+  word = (word ^ word >> 30) * 0xbf58476d1ce4e5b9U;
+  word = (word ^ word >> 27) * 0x94d049bb133111ebU;
+  return word ^ word >> 31;
+}
+
+}  // namespace
 
 unsigned Choices::choose(unsigned count) {
   // The writer rests at most points of a random run: it has the more to do at the others.
@@ -32,6 +41,8 @@ void ScheduleProbe::reset() {
   misdeed_.clear();
   links_.clear();
   sinceWriter_ = 0;
+  calls_ = 0;
+  seen_ = 0;
 }
 
 void ScheduleProbe::restAt(Timeline::Position position) {
@@ -42,7 +53,7 @@ void ScheduleProbe::restAt(Timeline::Position position) {
 }
 
 void ScheduleProbe::start() {
-  restAt(last_ == 0 ? 0 : choices_.choose(last_ + 1));
+  restAt(last_ == 0 ? 0 : last_ - choices_.choose(last_ + 1));
   rests_ = false;
   left_ = preemptions_ - (search_ == Search::preempted && position_ > 0 && position_ < last_ ? 1 : 0);
 }
@@ -51,6 +62,7 @@ void ScheduleProbe::call() {
   settle();
   links_.clear();
   callBegan_ = position_;
+  ++calls_;
 }
 
 // After a load that was served with what stood there before.
@@ -93,7 +105,15 @@ void ScheduleProbe::beforeCall(char const* call, char const* file) {
 
 void ScheduleProbe::point(std::vector<Timeline::Position> const& changes) {
   if (++sinceWriter_ > kPatience) throw Endless();
-  if (rests_ || changes.empty() || changes.back() <= position_) return;
+  if (rests_ || changes.empty()) return;
+  if (changes.back() > position_) {
+    stopIfKnown();
+    choose(changes);
+  }
+  see(changes);
+}
+
+void ScheduleProbe::choose(std::vector<Timeline::Position> const& changes) {
   if (search_ != Search::preempted) {
     auto const later = std::upper_bound(changes.begin(), changes.end(), position_);
     auto const choice = choices_.choose(static_cast<unsigned>(changes.end() - later) + 1);
@@ -107,6 +127,20 @@ void ScheduleProbe::point(std::vector<Timeline::Position> const& changes) {
   Timeline::Position const to = left_ == 1 ? last_ : position_ + choice;
   left_ -= to == last_ ? 1 : 2;
   goOn(to);
+}
+
+void ScheduleProbe::see(std::vector<Timeline::Position> const& changes) {
+  auto const made = std::upper_bound(changes.begin(), changes.end(), position_) - changes.begin();
+  seen_ = scrambled(seen_ + static_cast<std::uint64_t>(made) + 1);
+}
+
+// When the first call began is told by the order of the schedules; for later ones it matters.
+void ScheduleProbe::stopIfKnown() {
+  if (search_ == Search::random || hoist_ != Hoist::none || !choices_.isNew()) return;
+  std::uint64_t const began = calls_ > 1 ? callBegan_ + 1 : 0;
+  std::uint64_t const state = scrambled(
+      seen_ ^ scrambled(position_ | began << 20 | std::uint64_t{left_} << 40 | std::uint64_t{calls_} << 44));
+  if (!known_.insert(state).second) throw KnownFromHere();
 }
 
 void ScheduleProbe::goOn(Timeline::Position position) {

@@ -4,10 +4,15 @@
 // on up to one of the later changes of the very word that is looked at. What a reader does depends on nothing
 // but the words that it sees, and a writer that goes on later than it could leaves more schedules open, so
 // each schedule there is, with any number of preemptions, has the outcome of one of these. `preempted`: the
-// writer may go on to any position, as long as preemptions are left. One thread.
+// writer may go on to any position, as long as preemptions are left.
+//
+// A reader that has seen the same as in a schedule before, and finds its writer at the same position, goes on
+// like that one, so it isn't run any further. Those whose writer is farther when they begin come first: less
+// may be told to them. One thread.
 #pragma once
 
 #include <random>
+#include <unordered_set>
 
 #include "tests/VaultProbed/ScheduleStage.h"
 
@@ -24,6 +29,8 @@ using Mappings = std::array<Mapping, nameCount>;
 // Choices are made anew in every run, in order; the last that has an alternative takes it in the next run.
 class Choices {
  public:
+  // Whether the next choice is one that no run made.
+  bool isNew() const { return at_ == choices_.size(); }
   // A number below `count`, of which there are at least two.
   unsigned choose(unsigned count);
   // From the first choice on. False where all runs were made.
@@ -59,6 +66,8 @@ class ScheduleProbe final : public Mem::Probe {
  public:
   // Thrown out of a reader that goes on and on while its writer rests.
   struct Endless {};
+  // Thrown out of a reader whose further schedules were all made.
+  struct KnownFromHere {};
 
   // slotCells: the words of a slot.
   ScheduleProbe(Stage& stage, std::size_t slotCells, Hoist hoist = Hoist::none)
@@ -68,6 +77,7 @@ class ScheduleProbe final : public Mem::Probe {
     search_ = search;
     preemptions_ = preemptions;
     choices_ = {};
+    known_.clear();
   }
   Choices& choices() { return choices_; }
   // Of the reader that is about to run.
@@ -107,6 +117,9 @@ class ScheduleProbe final : public Mem::Probe {
   void reset();
   void settle();
   void point(std::vector<Timeline::Position> const& changes);
+  void choose(std::vector<Timeline::Position> const& changes);
+  void stopIfKnown();
+  void see(std::vector<Timeline::Position> const& changes);
   void goOn(Timeline::Position position);
   bool isLink(Place place) const;
   void hoist(Place place);
@@ -124,6 +137,9 @@ class ScheduleProbe final : public Mem::Probe {
   bool rests_ = false;
   unsigned left_ = 0;
   unsigned sinceWriter_ = 0;
+  unsigned calls_ = 0;
+  std::uint64_t seen_ = 0;  // all that the reader has seen of changing words
+  std::unordered_set<std::uint64_t> known_;
   std::vector<Seen> links_;  // that were looked at during this call
   std::string misdeed_;
 };
