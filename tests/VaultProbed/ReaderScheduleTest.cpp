@@ -12,11 +12,19 @@
 namespace ScheduleTests {
 namespace {
 
-// Of one kind of search for one thing that a reader does; HWTABLES_SCHEDULES for more or fewer.
-std::uint64_t budget() {
+// How many schedules are made of each kind of search for each thing that a reader does. Scenarios of many
+// operations get little of what isn't asked for.
+struct Effort {
+  std::uint64_t budget;
+  bool allOfThree;
+};
+
+Effort effortFor(Scenario const& scenario) {
   constexpr bool kThorough = !HWTABLES_ASAN && !HWTABLES_TSAN;
   char const* const given = std::getenv("HWTABLES_SCHEDULES");
-  return given != nullptr ? std::strtoull(given, nullptr, 0) : kThorough ? 20'000 : 500;
+  if (given != nullptr) return {std::strtoull(given, nullptr, 0), true};
+  if (!kThorough) return {200, false};
+  return scenario.isLong ? Effort{1000, false} : Effort{10'000, true};
 }
 
 class ReaderSchedule : public testing::TestWithParam<NamedScenario> {};
@@ -25,12 +33,13 @@ TEST_P(ReaderSchedule, IsToldWhatIsThere) {
   PRINT_SEED_ON_FAILURE();
   auto const began = std::chrono::steady_clock::now();
   Explorer explorer(GetParam().scenario);
+  Effort const effort = effortFor(GetParam().scenario);
   ASSERT_EQ(explorer.reproach(), "");
   std::uint64_t schedules = 0;
   unsigned all = 0;
   auto const programs = explorer.programs();
   for (Program const& program : programs) {
-    Outcome const outcome = explorer.explore(program, budget());
+    Outcome const outcome = explorer.explore(program, effort.budget, effort.allOfThree);
     EXPECT_EQ(outcome.reproach, "");
     schedules += outcome.schedules;
     all += outcome.isAll ? 1 : 0;

@@ -167,12 +167,12 @@ void Explorer::takeMoments() {
   }
 }
 
-Outcome Explorer::explore(Program const& program, std::uint64_t budget) {
+Outcome Explorer::explore(Program const& program, std::uint64_t budget, bool allOfThree) {
   Outcome outcome;
   outcome.reproach = reproach_;
   if (!reproach_.empty() || search(program, Search::every, 0, budget, outcome)) return outcome;
   outcome.isAll = false;
-  search(program, Search::preempted, 3, UINT64_MAX, outcome);
+  if (allOfThree) search(program, Search::preempted, 3, UINT64_MAX, outcome);
   search(program, Search::preempted, 4, budget, outcome);
   search(program, Search::random, 0, budget, outcome);
   return outcome;

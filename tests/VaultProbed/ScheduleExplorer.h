@@ -15,6 +15,7 @@ struct Scenario {
   std::vector<Operation> before;  // makes the table that the reader attaches to
   std::vector<Operation> meanwhile;
   bool writerDied = false;  // in between: the table is wiped when it is attached again
+  bool isLong = false;      // of so many operations that not all schedules are made unless that is asked for
 };
 
 // What a reader does in a schedule.
@@ -48,8 +49,9 @@ class Explorer {
   // All that can be asked of this table.
   std::vector<Program> programs() const;
 
-  // At most so many schedules of each kind of search.
-  Outcome explore(Program const& program, std::uint64_t budget);
+  // At most so many schedules of each kind of search, but for those with up to three preemptions: of these
+  // all, or none.
+  Outcome explore(Program const& program, std::uint64_t budget, bool allOfThree = true);
 
  private:
   // A reader that has the table mapped as it was at first.

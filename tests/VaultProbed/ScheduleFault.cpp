@@ -131,10 +131,11 @@ void FaultyRecording::moveAllBehind(std::size_t begin, std::size_t end, std::siz
 }
 
 void FaultyRecording::forgetLookasideHash() {
-  for (Step& step : recording_.steps) {
-    bool const isHash = step.name_ == slots && step.at == SlotTable::kLookasideWord + slotCells_ - 1;
-    if (step.kind == Step::word && isHash) step.value &= 0xffffffffU;
-  }
+  std::size_t hash = 0;
+  for (std::size_t number = 0; number < recording_.steps.size(); ++number)
+    if (roleOf(number) == Role::lookaside) hash = std::max(hash, recording_.steps[number].at);
+  for (Step& step : recording_.steps)
+    if (step.kind == Step::word && step.name_ == slots && step.at == hash) step.value &= 0xffffffffU;
   learn();
 }
 

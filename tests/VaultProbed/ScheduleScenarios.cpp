@@ -52,6 +52,11 @@ Scenario scenario(Table const& table, Operations before, Operations meanwhile, b
   return made;
 }
 
+Scenario longer(Scenario scenario) {
+  scenario.isLong = true;
+  return scenario;
+}
+
 Operations written(std::vector<Key> const& keys) {
   Operations all;
   for (Key const& key : keys) all.push_back(write(key, 1));
@@ -80,7 +85,7 @@ std::vector<NamedScenario> made() {
       {"UpdateBesideTheHash", scenario(kSharing, written({kA, kB, kD, kE}), {write(kB, 2)})},
       {"TwoUpdatesInARow", scenario(kSmall, written({kA, kB, kD, kE}), {write(kB, 2), write(kA, 2)})},
       {"ThreeUpdatesOfTwo",
-       scenario(kSharing, written({kA, kD}), {write(kA, 2), write(kD, 2), write(kA, 3)})},
+       longer(scenario(kSharing, written({kA, kD}), {write(kA, 2), write(kD, 2), write(kA, 3)}))},
       {"RemovalAndReuseInTheChain", scenario(kSmall, written({kA, kB, kD, kE}), {remove(kB), write(kC, 1)})},
       {"RemovalAndReuseElsewhere", scenario(kSmall, written({kA, kB, kD, kE}), {remove(kB), write(kF, 1)})},
       {"RemovalAndReturn", scenario(kSharing, written({kA, kB, kD}), {remove(kB), write(kB, 2)})},
@@ -91,28 +96,28 @@ std::vector<NamedScenario> made() {
       {"InsertionBesideTheHash", scenario(kSharing, written({kA, kC, kD}), {write(kB, 1)})},
       {"DirectUpdate", scenario(kSmall, written({kA, kB, kD, kE}), {direct(kB, 2)})},
       {"DirectUpdateBesideTheHash",
-       scenario(kSharing, written({kA, kB, kD}), {direct(kB, 2), direct(kA, 2)})},
+       longer(scenario(kSharing, written({kA, kB, kD}), {direct(kB, 2), direct(kA, 2)}))},
       {"DirectInsertion", scenario(kSmall, written({kA, kC, kD}), {direct(kB, 1)})},
       {"MarkAndUpdate", scenario(kSmall, written({kA, kB}), {{Operation::mark, kA}, write(kA, 2)})},
       {"FirstRecord", scenario(kSmall, {}, {write(kA, 1)})},
       {"BucketsFrom1To2", scenario(kSmall, written({kA}), {write(kE, 1)})},
       {"BucketsFrom2To4", scenario(kSmall, written({kA, kE}), {write(kD, 1)})},
       {"BucketsFrom4To8", scenario(kSmall, written({kA, kE, kD, kB}), {write(kG, 1)})},
-      {"BucketsFrom1To4", scenario(kSmall, written({kA}), {write(kE, 1), write(kD, 1)})},
+      {"BucketsFrom1To4", longer(scenario(kSmall, written({kA}), {write(kE, 1), write(kD, 1)}))},
       {"SlotsAndBucketsFrom2To4", scenario(kGrowing, written({kA, kE}), {write(kD, 1)})},
       {"SlotsAndBucketsFrom4To8", scenario(kGrowing, written({kA, kE, kD, kB}), {write(kG, 1)})},
       {"SlotsAndBucketsFrom2To8",
-       scenario(kGrowing, written({kA, kE}), {write(kD, 1), write(kB, 1), write(kG, 1)})},
+       longer(scenario(kGrowing, written({kA, kE}), {write(kD, 1), write(kB, 1), write(kG, 1)}))},
       {"FewerBuckets", scenario(kSmall, sparse(), {remove(kD)})},
       {"FewerBucketsAndMoreAgain", scenario(kSmall, sparse(), {remove(kD), write(kG, 1), write(kF, 1)})},
       {"Compaction", scenario(kGrowing, highUp(), {remove(kE)})},
-      {"CompactionAndReuse", scenario(kGrowing, highUp(), {remove(kA), write(kF, 1)})},
+      {"CompactionAndReuse", longer(scenario(kGrowing, highUp(), {remove(kA), write(kF, 1)}))},
       {"WipeAndRefill", scenario(kSmall, written({kA, kB, kE}), {attach(), write(kA, 2)}, true)},
       {"WipeOfAGrownTable", scenario(kGrowing, written({kA, kE, kD, kB}), {attach(), write(kA, 2)}, true)},
       {"AnotherWriter", scenario(kSmall, written({kA, kB, kE}), {attach(), write(kA, 2)})},
       {"RemovalOfTheTable", scenario(kSmall, written({kA, kB, kE}), {{Operation::cleanup}})},
       {"RemovalOfTheTableAndRefill",
-       scenario(kSmall, written({kA, kB, kE}), {{Operation::cleanup}, attach(), write(kA, 2)})},
+       longer(scenario(kSmall, written({kA, kB, kE}), {{Operation::cleanup}, attach(), write(kA, 2)}))},
   };
 }
 
