@@ -16,6 +16,8 @@ struct PlantedFault {
   char const* scenario;
   Edit edit = nullptr;
   Hoist hoist = Hoist::none;
+
+  friend void PrintTo(PlantedFault const& fault, std::ostream* out) { *out << fault.name; }
 };
 
 // Of a record that is changed in place.

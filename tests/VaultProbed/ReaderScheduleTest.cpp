@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 
@@ -49,6 +50,35 @@ TEST_P(ReaderSchedule, IsToldWhatIsThere) {
              explorer.timeline().last(), schedules, programs.size(), all, taken.count());
 }
 
+// What the search leaves out, because it would come to the same, is made here.
+TEST(ScheduleSearch, LeavesOutNothingThatAReaderCouldBeTold) {
+  for (char const* name : {"UpdateInPlace", "RemovalAndReuseElsewhere", "InsertionInMidChain",
+                           "BucketsFrom1To2", "FewerBuckets"}) {
+    Explorer explorer(scenarioOf(name));
+    for (Program const& program : explorer.programs()) {
+      if (program.kind != Program::lookup && program.kind != Program::slot) continue;
+      auto const made = explorer.allAnswers(program, Search::every, 0);
+      auto const preempted = explorer.allAnswers(program, Search::preempted, 3);
+      auto const plain = explorer.allAnswers(program, Search::plain, 3);
+      EXPECT_TRUE(std::includes(made.begin(), made.end(), plain.begin(), plain.end()))
+          << name << program.text();
+      EXPECT_EQ(preempted, plain) << name << program.text();
+    }
+  }
+}
+
+// A writer that dies, at whichever step, leaves a table that readers find complete, with what it was about or
+// without it, and none of them goes on for ever.
+class WriterDeath : public testing::TestWithParam<NamedScenario> {};
+
+TEST_P(WriterDeath, AtAnyStepLeavesReadersWithWhatIsThere) {
+  Explorer const explorer(GetParam().scenario);
+  EXPECT_EQ(explorer.reproach(), "");
+  EXPECT_GT(explorer.timeline().last(), 2U);
+}
+
+INSTANTIATE_TEST_SUITE_P(, WriterDeath, testing::ValuesIn(scenarios()),
+                         [](auto const& made) { return std::string(made.param.name); });
 INSTANTIATE_TEST_SUITE_P(, ReaderSchedule, testing::ValuesIn(scenarios()),
                          [](auto const& made) { return std::string(made.param.name); });
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 #include "Vault/SlotTable.h"
@@ -60,6 +61,12 @@ Recording recordingOf(Scenario const& scenario, std::string const& directory, Fa
   return recording;
 }
 
+// Files that go to a disk would make all of this slow.
+std::string parentDirectory() {
+  char const* const given = std::getenv("TMPDIR");
+  return given != nullptr ? given : "/dev/shm";
+}
+
 }  // namespace
 
 std::string Program::text() const {
@@ -70,6 +77,7 @@ std::string Program::text() const {
 
 Explorer::Explorer(Scenario const& scenario, Fault const& fault, Hoist hoist)
     : scenario_(scenario),
+      directory_(parentDirectory()),
       timeline_(recordingOf(scenario, directory_.path() + "/made", fault)),
       stage_(directory_.path(), timeline_),
       probe_(stage_, slotCellsOf(scenario.table.records), hoist),
@@ -192,6 +200,16 @@ bool Explorer::search(Program const& program, Search search, unsigned preemption
   return false;
 }
 
+std::set<std::string> Explorer::allAnswers(Program const& program, Search search, unsigned preemptions) {
+  std::set<std::string> all;
+  probe_.searchIs(search, preemptions);
+  do {
+    std::string const reproach = run(program);
+    if (!isCutShort_) all.insert(answers_ + reproach);
+  } while (probe_.choices().next());
+  return all;
+}
+
 std::string Explorer::run(Program const& program) {
   Reader newcomer;
   bool const isNew = program.kind == Program::comeAnew;
@@ -200,6 +218,8 @@ std::string Explorer::run(Program const& program) {
   Reader& reader = isNew ? newcomer : reader_;
   probe_.mappingsAre(reader.mappings);
   probe_.start();
+  answers_.clear();
+  isCutShort_ = false;
   std::string reproach;
   try {
     ProbeScope const watching(&probe_);
@@ -210,6 +230,7 @@ std::string Explorer::run(Program const& program) {
   } catch (ScheduleProbe::Endless const&) {
     reproach = "no end";
   } catch (ScheduleProbe::KnownFromHere const&) {
+    isCutShort_ = true;
   }
   if (reproach.empty()) return {};
   reader_.party.reset();
@@ -223,6 +244,7 @@ std::string Explorer::called(ReadingParty const& party, Call&& call, Check&& che
   Window window{probe_.position(), 0};
   Answer const answer = call();
   window.end = probe_.position();
+  answers_ += fmt::format("{}:{} ", answer.key.number, answer.version);
   if (std::string reproach = judge_.told(party.told(), window); !reproach.empty()) return reproach;
   if (!party.told()) return check(answer, window);
   return answer.found ? "an answer of a table that was given up" : "";

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 
 #include "tests/VaultProbed/ScheduleJudge.h"
 #include "tests/VaultProbed/ScheduleProbe.h"
@@ -52,6 +53,8 @@ class Explorer {
   // At most so many schedules of each kind of search, but for those with up to three preemptions: of these
   // all, or none.
   Outcome explore(Program const& program, std::uint64_t budget, bool allOfThree = true);
+  // Everything that is told to a reader in any schedule of a search, all of which are made.
+  std::set<std::string> allAnswers(Program const& program, Search search, unsigned preemptions);
 
  private:
   // A reader that has the table mapped as it was at first.
@@ -78,7 +81,7 @@ class Explorer {
   std::string called(ReadingParty const& party, Call&& call, Check&& check);
 
   Scenario const scenario_;
-  TestSupport::TempDir const directory_{"/dev/shm"};
+  TestSupport::TempDir const directory_;
   Timeline const timeline_;
   Stage stage_;
   ScheduleProbe probe_;
@@ -86,6 +89,9 @@ class Explorer {
   Reader reader_;
   std::uint32_t slotCount_ = 0;
   std::string reproach_;
+  // Of the schedule that was run last.
+  std::string answers_;
+  bool isCutShort_ = false;
 };
 
 }  // namespace ScheduleTests

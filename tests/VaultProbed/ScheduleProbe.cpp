@@ -55,7 +55,7 @@ void ScheduleProbe::restAt(Timeline::Position position) {
 void ScheduleProbe::start() {
   restAt(last_ == 0 ? 0 : last_ - choices_.choose(last_ + 1));
   rests_ = false;
-  left_ = preemptions_ - (search_ == Search::preempted && position_ > 0 && position_ < last_ ? 1 : 0);
+  left_ = preemptions_ - (isBounded() && position_ > 0 && position_ < last_ ? 1 : 0);
 }
 
 void ScheduleProbe::call() {
@@ -105,8 +105,9 @@ void ScheduleProbe::beforeCall(char const* call, char const* file) {
 
 void ScheduleProbe::point(std::vector<Timeline::Position> const& changes) {
   if (++sinceWriter_ > kPatience) throw Endless();
-  if (rests_ || changes.empty()) return;
-  if (changes.back() > position_) {
+  bool const isPlain = search_ == Search::plain && position_ < last_;
+  if (rests_ || (changes.empty() && !isPlain)) return;
+  if (isPlain || changes.back() > position_) {
     stopIfKnown();
     choose(changes);
   }
@@ -114,7 +115,7 @@ void ScheduleProbe::point(std::vector<Timeline::Position> const& changes) {
 }
 
 void ScheduleProbe::choose(std::vector<Timeline::Position> const& changes) {
-  if (search_ != Search::preempted) {
+  if (!isBounded()) {
     auto const later = std::upper_bound(changes.begin(), changes.end(), position_);
     auto const choice = choices_.choose(static_cast<unsigned>(changes.end() - later) + 1);
     if (choice != 0) goOn(later[choice - 1]);
@@ -136,7 +137,8 @@ void ScheduleProbe::see(std::vector<Timeline::Position> const& changes) {
 
 // When the first call began is told by the order of the schedules; for later ones it matters.
 void ScheduleProbe::stopIfKnown() {
-  if (search_ == Search::random || hoist_ != Hoist::none || !choices_.isNew()) return;
+  bool const mayStop = search_ == Search::every || search_ == Search::preempted;
+  if (!mayStop || hoist_ != Hoist::none || !choices_.isNew()) return;
   std::uint64_t const began = calls_ > 1 ? callBegan_ + 1 : 0;
   std::uint64_t const state = scrambled(
       seen_ ^ scrambled(position_ | began << 20 | std::uint64_t{left_} << 40 | std::uint64_t{calls_} << 44));

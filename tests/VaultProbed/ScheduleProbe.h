@@ -60,7 +60,8 @@ enum class Hoist {
   generation
 };
 
-enum class Search { every, preempted, random };
+// plain: like preempted, but at every look of the reader, needed or not, and nothing is left out.
+enum class Search { every, preempted, plain, random };
 
 class ScheduleProbe final : public Mem::Probe {
  public:
@@ -120,6 +121,7 @@ class ScheduleProbe final : public Mem::Probe {
   void choose(std::vector<Timeline::Position> const& changes);
   void stopIfKnown();
   void see(std::vector<Timeline::Position> const& changes);
+  bool isBounded() const { return search_ == Search::preempted || search_ == Search::plain; }
   void goOn(Timeline::Position position);
   bool isLink(Place place) const;
   void hoist(Place place);

@@ -1,6 +1,8 @@
 // What a writer does while readers are about in the schedule tests. One thread.
 #pragma once
 
+#include <ostream>
+
 #include "tests/VaultProbed/ScheduleExplorer.h"
 
 namespace ScheduleTests {
@@ -8,6 +10,8 @@ namespace ScheduleTests {
 struct NamedScenario {
   char const* name;
   Scenario scenario;
+
+  friend void PrintTo(NamedScenario const& made, std::ostream* out) { *out << made.name; }
 };
 
 std::vector<NamedScenario> const& scenarios();
