@@ -25,7 +25,7 @@ Effort effortFor(Scenario const& scenario) {
   char const* const given = std::getenv("HWTABLES_SCHEDULES");
   if (given != nullptr) return {std::strtoull(given, nullptr, 0), true};
   if (!kThorough) return {200, false};
-  return scenario.isLong ? Effort{1000, false} : Effort{10'000, true};
+  return scenario.isLong ? Effort{1000, false} : Effort{20'000, true};
 }
 
 class ReaderSchedule : public testing::TestWithParam<NamedScenario> {};

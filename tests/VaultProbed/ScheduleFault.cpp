@@ -24,9 +24,9 @@ void FaultyRecording::learn() {
   before_.clear();
   for (Step const& step : recording_.steps) {
     std::uint64_t before = 0;
-    if (step.kind == Step::size)
+    if (step.kind == Step::sizeSet)
       now[step.file].resize(std::max<std::size_t>(now[step.file].size(), step.value / 8));
-    if (step.kind == Step::word) {
+    if (step.kind == Step::wordStored) {
       auto& words = now[step.file];
       if (words.size() <= step.at) words.resize(step.at + 1);
       before = std::exchange(words[step.at], step.value);
@@ -42,11 +42,11 @@ bool FaultyRecording::isLink(Step const& step) const {
 
 Role FaultyRecording::roleOf(std::size_t number) const {
   Step const& step = recording_.steps[number];
-  if (step.kind == Step::name) return Role::fileName;
-  if (step.kind == Step::size) return Role::fileSize;
+  if (step.kind == Step::nameSet) return Role::fileName;
+  if (step.kind == Step::sizeSet) return Role::fileSize;
   if (step.value == before_[number]) return Role::other;
-  if (step.name_ == ember) return Role::generation;
-  if (step.name_ == buckets) {
+  if (step.name == ember) return Role::generation;
+  if (step.name == buckets) {
     if (step.at == BucketTable::kNumBucketsCell) return Role::bucketCount;
     return step.at >= BucketTable::kFirstBucketCell ? Role::head : Role::other;
   }
@@ -79,7 +79,7 @@ std::size_t FaultyRecording::nextOf(std::size_t step) const {
   Step const& wanted = recording_.steps.at(step);
   for (std::size_t number = step + 1; number < recording_.steps.size(); ++number) {
     Step const& other = recording_.steps[number];
-    if (other.kind == Step::word && other.file == wanted.file && other.at == wanted.at) return number;
+    if (other.kind == Step::wordStored && other.file == wanted.file && other.at == wanted.at) return number;
   }
   throw std::runtime_error("no later store to that word");
 }
@@ -135,7 +135,7 @@ void FaultyRecording::forgetLookasideHash() {
   for (std::size_t number = 0; number < recording_.steps.size(); ++number)
     if (roleOf(number) == Role::lookaside) hash = std::max(hash, recording_.steps[number].at);
   for (Step& step : recording_.steps)
-    if (step.kind == Step::word && step.name_ == slots && step.at == hash) step.value &= 0xffffffffU;
+    if (step.kind == Step::wordStored && step.name == slots && step.at == hash) step.value &= 0xffffffffU;
   learn();
 }
 
@@ -145,7 +145,7 @@ void FaultyRecording::keepSequence(std::size_t number) {
       static_cast<std::uint32_t>(wanted.value) - static_cast<std::uint32_t>(before_.at(number));
   for (std::size_t later = number; later < recording_.steps.size(); ++later) {
     Step& step = recording_.steps[later];
-    if (step.kind != Step::word || step.file != wanted.file || step.at != wanted.at) continue;
+    if (step.kind != Step::wordStored || step.file != wanted.file || step.at != wanted.at) continue;
     std::uint32_t const sequence = static_cast<std::uint32_t>(step.value) - raised;
     step.value = (step.value & 0xffffffff00000000U) | sequence;
   }

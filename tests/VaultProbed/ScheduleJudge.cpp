@@ -11,13 +11,13 @@ std::string textOf(Answer const& answer) {
   return answer.found ? fmt::format("key{} of version {:#x}", answer.key.number, answer.version) : "nothing";
 }
 
+std::string textOf(Contents const& contents) { return fmt::format("[{:#x}]", fmt::join(contents, " ")); }
+
 std::string at(std::string const& what, Window window) {
   return fmt::format("{} between positions {} and {}", what, window.begin, window.end);
 }
 
 }  // namespace
-
-std::string textOf(Contents const& contents) { return fmt::format("[{:#x}]", fmt::join(contents, " ")); }
 
 std::string Judge::add(Moment moment, Timeline const& timeline) {
   auto const position = static_cast<Timeline::Position>(moments_.size());

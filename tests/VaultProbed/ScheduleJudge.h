@@ -63,6 +63,4 @@ class Judge {
   std::vector<Moment> moments_;
 };
 
-std::string textOf(Contents const& contents);
-
 }  // namespace ScheduleTests

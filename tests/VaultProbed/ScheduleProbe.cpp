@@ -95,8 +95,9 @@ void ScheduleProbe::mapped(char const* file, void const* base, std::size_t size)
   unsigned const name = nameOf(file);
   if (name == nameCount) return;
   auto const begin = reinterpret_cast<std::uintptr_t>(base);
-  // A mapping that is made anew in the same place may be one of another file.
-  (*mappings_)[name] = {begin, begin + size, stage_.fileOf(name)};
+  Mapping& mapping = (*mappings_)[name];
+  // One that stays where it is stays one of its file, whatever the name leads to by now.
+  mapping = {begin, begin + size, mapping.begin == begin ? mapping.file : stage_.fileOf(name)};
 }
 
 void ScheduleProbe::beforeCall(char const* call, char const* file) {

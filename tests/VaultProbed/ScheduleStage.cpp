@@ -70,15 +70,15 @@ void Stage::seek(Timeline::Position position) {
   std::size_t const target = timeline_.stepsAt(position);
   for (std::size_t number = timeline_.stepsAt(position_); number < target; ++number) {
     Step const& step = steps[number];
-    if (step.kind == Step::word) wordIs(step, step.value);
-    if (step.kind == Step::size) sizeIs(step, step.value);
-    if (step.kind == Step::name) lead(step.name_, step.file);
+    if (step.kind == Step::wordStored) wordIs(step, step.value);
+    if (step.kind == Step::sizeSet) sizeIs(step, step.value);
+    if (step.kind == Step::nameSet) lead(step.name, step.file);
   }
   for (std::size_t number = timeline_.stepsAt(position_); number > target; --number) {
     Step const& step = steps[number - 1];
-    if (step.kind == Step::word) wordIs(step, step.before);
-    if (step.kind == Step::size) sizeIs(step, step.before);
-    if (step.kind == Step::name) lead(step.name_, step.fileBefore);
+    if (step.kind == Step::wordStored) wordIs(step, step.before);
+    if (step.kind == Step::sizeSet) sizeIs(step, step.before);
+    if (step.kind == Step::nameSet) lead(step.name, step.fileBefore);
   }
   position_ = position;
 }

@@ -30,7 +30,7 @@ bool wordsOf(std::string const& path, Words& words) {
 // Readers copy these with the rest of a header and use none of them.
 bool isForWritersAlone(Step const& step) {
   using enum Vault::SlotTable::Word;
-  if (step.kind != Step::word || step.name_ != slots) return false;
+  if (step.kind != Step::wordStored || step.name != slots) return false;
   return step.at == kRuntimeFlagsWord || step.at == kOccupiedWord || step.at == kFreeListWord ||
          step.at == kLargestWord;
 }
@@ -60,7 +60,7 @@ void Recorder::store(std::uint64_t& cell, std::uint64_t value) {
   if (name == nameCount) return;
   unsigned const file = names_[name];
   now_[file].at(place->index) = value;
-  recording_.steps.push_back({Step::word, name, file, place->index, value});
+  recording_.steps.push_back({Step::wordStored, name, file, place->index, value});
 }
 
 void Recorder::afterCall(char const* /*call*/, char const* /*file*/) {
@@ -77,24 +77,24 @@ void Recorder::takeDown(unsigned name) {
   unsigned& file = names_[name];
   if (!isThere && file != kNoFile) {
     file = kNoFile;
-    recording_.steps.push_back({Step::name, name, kNoFile});
+    recording_.steps.push_back({Step::nameSet, name, kNoFile});
   }
   if (!isThere) return;
   if (file == kNoFile) {
     file = static_cast<unsigned>(now_.size());
     now_.emplace_back();
     recording_.files.emplace_back();
-    recording_.steps.push_back({Step::name, name, file});
+    recording_.steps.push_back({Step::nameSet, name, file});
   }
   Words& now = now_[file];
   if (words.size() != now.size()) {
     now.resize(words.size());
-    recording_.steps.push_back({Step::size, name, file, 0, words.size() * 8});
+    recording_.steps.push_back({Step::sizeSet, name, file, 0, words.size() * 8});
   }
   for (std::size_t at = 0; at < words.size(); ++at) {
     if (now[at] == words[at]) continue;
     now[at] = words[at];
-    recording_.steps.push_back({Step::word, name, file, at, words[at]});
+    recording_.steps.push_back({Step::wordStored, name, file, at, words[at]});
   }
 }
 
@@ -121,9 +121,9 @@ void Timeline::takeBefore() {
   std::array<unsigned, nameCount> names = recording_.names;
   for (std::size_t file = 0; file < now.size(); ++file) largest_[file] = now[file].size() * 8;
   for (Step& step : recording_.steps) {
-    if (step.kind == Step::name) {
-      step.fileBefore = std::exchange(names[step.name_], step.file);
-    } else if (step.kind == Step::size) {
+    if (step.kind == Step::nameSet) {
+      step.fileBefore = std::exchange(names[step.name], step.file);
+    } else if (step.kind == Step::sizeSet) {
       step.before = now[step.file].size() * 8;
       now[step.file].resize(step.value / 8);
       largest_[step.file] = std::max<std::size_t>(largest_[step.file], step.value);
@@ -141,10 +141,10 @@ void Timeline::mark() {
   for (std::size_t number = 0; number < steps.size(); ++number) {
     Step const& step = steps[number];
     auto const position = static_cast<Position>(ends_.size());
-    bool const changes = step.kind == Step::name || step.before != step.value;
-    if (changes && step.kind != Step::word) looks_[step.name_].push_back(position);
-    if (changes && step.kind == Step::word) {
-      if (step.name_ == ember) looks_[ember].push_back(position);
+    bool const changes = step.kind == Step::nameSet || step.before != step.value;
+    if (changes && step.kind != Step::wordStored) looks_[step.name].push_back(position);
+    if (changes && step.kind == Step::wordStored) {
+      if (step.name == ember) looks_[ember].push_back(position);
       if (!isForWritersAlone(step)) {
         auto& ofFile = words_[step.file];
         if (ofFile.size() <= step.at) ofFile.resize(step.at + 1);
@@ -167,7 +167,7 @@ std::uint64_t Timeline::wordAt(Position position, unsigned file, std::size_t wor
   std::uint64_t value = word < recording_.files[file].size() ? recording_.files[file][word] : 0;
   for (std::size_t number = 0; number < stepsAt(position); ++number) {
     Step const& step = recording_.steps[number];
-    if (step.kind == Step::word && step.file == file && step.at == word) value = step.value;
+    if (step.kind == Step::wordStored && step.file == file && step.at == word) value = step.value;
   }
   return value;
 }

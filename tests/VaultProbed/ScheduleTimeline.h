@@ -23,10 +23,10 @@ unsigned nameOf(std::string_view path);
 inline constexpr unsigned kNoFile = 0xffffffff;
 
 struct Step {
-  enum Kind { word, size, name };
+  enum Kind { wordStored, sizeSet, nameSet };
 
-  Kind kind = word;
-  unsigned name_ = 0;
+  Kind kind = wordStored;
+  unsigned name = 0;
   unsigned file = 0;        // of a name: the file that it leads to from here on
   std::size_t at = 0;       // the index of a word
   std::uint64_t value = 0;  // the word, or the size in bytes
