@@ -150,6 +150,21 @@ TEST_F(VaultReader, FollowsGrowthAndKeepsItsLastPosition) {
   EXPECT_TRUE(has(reader, keyOf(799), 799));
 }
 
+TEST_F(VaultReader, NoticesACountThatHasChangedAndChangedBack) {
+  store_.write(keyOf(0), 1);
+  Reader& reader = attached();
+  ASSERT_TRUE(has(reader, keyOf(0), 1));
+  std::uint32_t const slots = store_->capacity();
+  std::uint32_t const buckets = store_->buckets();
+  for (std::uint32_t number = 1; number < 200; ++number) store_.write(keyOf(number), number);
+  for (std::uint32_t number = 1; number < 200; ++number) store_.remove(keyOf(number));
+  ASSERT_EQ(store_->capacity(), slots);
+  ASSERT_EQ(store_->buckets(), buckets);
+  EXPECT_TRUE(reader.doResize());
+  EXPECT_EQ(reader.readerCounters().slotResizes, 2u);
+  EXPECT_EQ(reader.readerCounters().bucketResizes, 2u);
+}
+
 TEST_F(VaultReader, APositionThatAShrinkCutOffIsNoneAnyMore) {
   for (std::uint32_t number = 0; number < 800; ++number) store_.write(keyOf(number), number);
   Reader& reader = attached();
