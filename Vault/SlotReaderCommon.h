@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "VaultCore/ReaderCounters.h"
 #include "Vault/SlotHeader.h"
+#include "VaultCore/ReaderCounters.h"
 #include "platform/memory/Mapping.h"
 #include "platform/memory/VersionAnchor.h"
 

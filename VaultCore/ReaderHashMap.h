@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "VaultCore/ReaderCounters.h"
 #include "VaultCore/BucketReader.h"
 #include "VaultCore/IterHint.h"
+#include "VaultCore/ReaderCounters.h"
 #include "VaultCore/ReaderHashMapCommon.h"
 #include "VaultCore/SlotLink.h"
 #include "runtime/Dovel/Exception.h"
