@@ -1,5 +1,7 @@
 #include "LoamSharedHwTables/StoredEntry.h"
 
+#include <fmt/format.h>
+
 #include "LoamSharedHwTables/EntryRecord.h"
 #include "runtime/Detail/CopyBits.h"
 
@@ -33,6 +35,12 @@ void storedFields(LoamAsicUtils::TableDescription const& table, std::span<std::u
     }
     if (current.empty() || number == view) putField(field, row, sink);
   }
+}
+
+Dovel::String keyText(std::string_view text, std::string_view typeName) {
+  // A bare number is the whole of a key with one member.
+  bool const isWhole = text.find('(') != text.npos || text.find(':') == text.npos;
+  return isWhole ? std::string(text) : fmt::format("{}({})", typeName, text);
 }
 
 }  // namespace LoamSharedHwTables::Impl

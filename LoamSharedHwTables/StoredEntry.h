@@ -9,7 +9,10 @@
 #include <span>
 
 #include "Vault/StoredType.h"
+#include "Vault/VaultReader.h"
 #include "platform/switch/TableDescription.h"
+#include "runtime/Orlo/CharRange.h"
+#include "runtime/Vault/Ops.h"
 
 namespace LoamSharedHwTables {
 
@@ -20,7 +23,36 @@ namespace Impl {
 void storedFields(LoamAsicUtils::TableDescription const& table, std::span<std::uint8_t const> row,
                   std::uint32_t view, Vault::FieldSink& sink);
 
+// What a key is read from: the text, with the type's name and brackets added where there are none.
+Dovel::String keyText(std::string_view text, std::string_view typeName);
+
 }  // namespace Impl
+
+// A table's entries as its store knows them.
+template <class Unit>
+using StoredOps = Vault::OpsOf<
+    OrloVault::ValWrap<typename Unit::Entry, typename Unit::EntryKey, &Unit::Entry::entryKey, false>>;
+
+template <class Unit>
+class EntryReader final : public Vault::StoredReader {
+  using Key = typename Unit::EntryKey;
+
+ public:
+  explicit EntryReader(Mem::RootPath const& rootPath)
+      : reader_(Dovel::Platform::getDebugHandler("StoredReader", true), rootPath) {}
+
+  bool attach() override { return reader_.initialize("look-up"); }
+  std::byte const* find(std::string_view text) override {
+    Key key;
+    Orlo::strepToValue<Key>(Impl::keyText(text, Key::typeName()), &key);
+    bool found = false;
+    auto const* const value = reader_.lookup(key, found, nullptr);
+    return found ? static_cast<std::byte const*>(static_cast<void const*>(value)) : nullptr;
+  }
+
+ private:
+  Vault::VaultReader<StoredOps<Unit>> reader_;
+};
 
 template <class Unit>
 class StoredEntry {
@@ -38,6 +70,9 @@ class StoredEntry {
     return entryAt(a).entryKey() <=> entryAt(b).entryKey();
   }
   static Dovel::String keyText(std::byte const* value) { return valueToStrep(entryAt(value).entryKey()); }
+  static std::unique_ptr<Vault::StoredReader> reader(Mem::RootPath const& rootPath) {
+    return std::make_unique<EntryReader<Unit>>(rootPath);
+  }
   static void fields(std::byte const* value, Vault::FieldSink& sink) {
     Entry const entry = entryAt(value);
     std::uint32_t view = 0;
@@ -47,7 +82,7 @@ class StoredEntry {
 
  public:
   static constexpr Vault::StoredType type{
-      Unit::Traits::entryTypeName, sizeof(Entry), &keyHash, &compareKeys, &keyText, &fields};
+      Unit::Traits::entryTypeName, sizeof(Entry), &keyHash, &compareKeys, &keyText, &fields, &reader};
 };
 
 }  // namespace LoamSharedHwTables

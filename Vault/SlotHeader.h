@@ -31,7 +31,7 @@ class SlotHeaderCommon {
   explicit SlotHeaderCommon(Mem::Cell* cells) : cells_(cells) {}
 
   // Writes the header of a new file, whose bytes are zero: capacity slots, none of them on the free list yet.
-  void construct(SlotHeaderDescription const& description) const;
+  void construct(SlotHeaderDescription const& is) const;
 
   // Whether the common part fits the file and what the caller stores. The reason goes to error and, at level
   // 0, to the trace. Capacity, maximum size and seed may be any legal ones.

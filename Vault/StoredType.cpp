@@ -20,6 +20,8 @@ Registry& registry() {
 
 }  // namespace
 
+StoredReader::~StoredReader() = default;
+
 StoredType::Registration::Registration(StoredType const& type) : type_(&type) {
   std::lock_guard const lock(registry().mutex);
   registry().types.push_back(type_);

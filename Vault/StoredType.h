@@ -7,8 +7,10 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
+#include "platform/memory/RootPath.h"
 #include "runtime/Dovel/String.h"
 
 namespace Vault {
@@ -24,6 +26,19 @@ class FieldSink {
   ~FieldSink() = default;
 };
 
+// A reader of one table, which its writer may be changing meanwhile. One thread.
+class StoredReader {
+ public:
+  virtual ~StoredReader();
+
+  // False where there is no complete table of the type.
+  virtual bool attach() = 0;
+  // The record of the key, valid until the next call; null where there is none. Keys are told as keyText()
+  // prints them, or only what that has between the brackets. Throws Dovel::Exception for a text that is no
+  // key, and for damage.
+  virtual std::byte const* find(std::string_view key) = 0;
+};
+
 // All functions work on any bytes; `value` needs no alignment.
 struct StoredType {
   std::string_view typeName;
@@ -32,6 +47,7 @@ struct StoredType {
   std::strong_ordering (*compareKeys)(std::byte const* a, std::byte const* b);
   Dovel::String (*keyText)(std::byte const* value);
   void (*fields)(std::byte const* value, FieldSink& sink);
+  std::unique_ptr<StoredReader> (*reader)(Mem::RootPath const& rootPath) = nullptr;
 
   // Puts a type in for as long as it lives. The type must outlive it.
   class Registration {

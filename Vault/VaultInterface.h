@@ -8,9 +8,9 @@
 #include <cstdint>
 
 #include "Herald/HeraldWriter.h"
-#include "Vault/ReaderCounters.h"
 #include "Vault/VaultType.h"
 #include "VaultCore/IterHint.h"
+#include "VaultCore/ReaderCounters.h"
 #include "platform/memory/RootPath.h"
 #include "platform/memory/VersionAnchor.h"
 #include "runtime/Dovel/DebugHandler.h"

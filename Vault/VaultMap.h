@@ -1,12 +1,13 @@
 // The handle of a table: a thin front over the store that stands behind it at the time, and the choice of
-// that store. There always is one: a dummy before anything is attached, and again once the map has lost its
-// parent.
+// that store. There always is one: a dummy before anything is attached, again once the map has lost its
+// parent, and for a reader whenever there is no complete table.
 //
-// One thread, the one that owns the map; a shared map of a writer uses the process's scheduler.
+// One thread, the one that owns the map; a shared map uses the process's scheduler, on that thread.
 #pragma once
 
 #include "Vault/VaultDummy.h"
 #include "Vault/VaultMapBase.h"
+#include "Vault/VaultReader.h"
 #include "Vault/VaultStrictDummy.h"
 #include "Vault/VaultWriter.h"
 #include "platform/memory/ControlFile.h"
@@ -38,7 +39,7 @@ class VaultMap : public VaultMapBase {
         notify_(std::move(notify)) {
     installDummy();
   }
-  ~VaultMap() override { writerSentry_.reset(); }
+  ~VaultMap() override { dropSentries(); }
 
   // Gives the map its store, as the Vault::MapDescriptor says; std::bad_cast for another kind. A second call
   // is harmless where it asks for the same. Throws Dovel::InvalidInitializeException, and what the store
@@ -47,29 +48,55 @@ class VaultMap : public VaultMapBase {
     auto const& incoming = dynamic_cast<MapDescriptor const&>(descriptor);
     if (isDoneAlready(incoming)) return;
     check(incoming);
-    Mem::RootPath const rootPath = rootPathFor(!incoming.localMem);
-    auto writer = std::make_unique<VaultWriter<Ops>>(debugHandler(), rootPath, incoming);
-    if (!writer->initialize("none")) {
-      DOVEL_THROW(Dovel::InvalidInitializeException, "VaultMap", "failed to initialize collection {}", name_);
+    if (incoming.vaultType() == VaultType::writer) {
+      initWriter(incoming);
+    } else {
+      initReader(incoming);
     }
-    if (!incoming.localMem) announce(rootPath);
-    implementation_ = std::move(writer);
-    descriptor_.emplace(incoming);
+  }
+
+  // Attaches a reader to the table of its path; nothing has changed where that can't be done now. `event` is
+  // for the trace.
+  void attach(Dovel::String const& event) {
+    DOVEL_ASSERT(!initialized() || isReader(), "VaultMap", "invoked for a writer");
+    auto reader =
+        std::make_unique<VaultReader<Ops>>(debugHandler(), rootPath(), [this] { readerReplaced(); });
+    DOVEL_TRACE(debugHandler(), 2, "VaultMap", "attempting to attach {} as {}", name_, reader->type());
+    if (!reader->initialize(event)) {
+      DOVEL_TRACE(debugHandler(), 2, "VaultMap", "initialize failed for {}", name_);
+      return;
+    }
+    DOVEL_TRACE(debugHandler(), 2, "VaultMap", "successful");
+    implementation_ = std::move(reader);
     ready_ = true;
+  }
+
+  // What a reader does when its table appears.
+  void tryAttach() override {
+    DOVEL_TRACE(debugHandler(), 5, "VaultMap", "{}", rootPath().dirName());
+    int const before = implementation_->mountStatus();
+    if (before != 0) {
+      DOVEL_TRACE(debugHandler(), 5, "VaultMap", "{} is already mounted, mountStatus:{}", name_, before);
+      return;
+    }
+    attach("control file");
+    int const now = implementation_->mountStatus();
+    if (now == 0) return;
+    Dovel::Util::emitCanaryLog(debugHandler(),
+                               DOVEL_TRACESTR("VaultMap", "mounted {} mountStatus:{}", name_, now));
     tellState();
   }
 
-  // Readers only.
-  void attach(Dovel::String const& /*event*/) {
-    DOVEL_ASSERT(!initialized() || descriptor().vaultType() != VaultType::writer, "VaultMap",
-                 "invoked for a writer");
-    throwUnimplemented(debugHandler(), "attach");
+  // What it does when its table is gone, or another has its place: it answers like an empty one from here on.
+  void handleDisconnect() override {
+    DOVEL_ASSERT(isReader(), "VaultMap", "wrong type:{}", implementation_->type());
+    readerReplaced();
   }
 
   // Lets go of the files, which stay. The map can be initialized again.
   void detach(bool force) {
     DOVEL_TRACE(debugHandler(), 5, "VaultMap", "{} force:{}", name_, force);
-    writerSentry_.reset();
+    dropSentries();
     implementation_->detach(force);
     descriptor_.reset();
     ready_ = false;
@@ -78,7 +105,7 @@ class VaultMap : public VaultMapBase {
   }
   // Deletes the files of the table.
   void cleanup() {
-    writerSentry_.reset();
+    dropSentries();
     implementation_->cleanup();
     ready_ = false;
   }
@@ -92,7 +119,7 @@ class VaultMap : public VaultMapBase {
   }
   // Drops the store at once, whatever its state.
   void controlDetach() {
-    writerSentry_.reset();
+    dropSentries();
     implementation_->detach(true);
     descriptor_.reset();
     ready_ = false;
@@ -109,9 +136,10 @@ class VaultMap : public VaultMapBase {
   void becomeOrphan() {
     DOVEL_TRACE(debugHandler(), 5, "VaultMap", "{} is now an orphan", name_);
     isOrphan_ = true;
-    writerSentry_.reset();
+    dropSentries();
     ready_ = false;
     installDummy();
+    tellState();
   }
 
   void scratchpadIs(std::uint64_t value) { implementation_->scratchpadIs(value); }
@@ -120,9 +148,14 @@ class VaultMap : public VaultMapBase {
       vaultMapUpdateWriterCounters(writer->counters());
   }
 
-  // The store as it is now; another after init() and what ends the store.
-  VaultInterface<Ops>& interface() const { return *implementation_; }
-  VaultInterface<Ops>* operator->() const { return implementation_.get(); }
+  // The store as it is now. Of a reader to be asked for anew with each use: any operation may be the one that
+  // notices the end of the table, and the store that it was called on lasts until the next use of the map.
+  VaultInterface<Ops>& interface() const {
+    if (retired_ != nullptr && !isTelling_) [[unlikely]]
+      retired_.reset();
+    return *implementation_;
+  }
+  VaultInterface<Ops>* operator->() const { return &interface(); }
 
   // Never fails: ends the process where even a private table can't be had.
   static std::unique_ptr<Tmp<Ops>> createDefaultLocalWriter(Dovel::Platform::DebugHandler const& handler) {
@@ -144,25 +177,71 @@ class VaultMap : public VaultMapBase {
     }
     Mem::Util::createControlFile(debugHandler(), implementation_->rootPath());
   }
+  // Of a map that isn't initialized.
+  void placeIs(Dovel::String const& name, Dovel::String const& path) {
+    name_ = name;
+    path_ = path;
+    installDummy();
+  }
+
   SharedMem::EmberId currentEmberId() const override { return implementation_->emberId(); }
+  bool filesAreInPlace() const override { return implementation_->validateFiles(); }
 
   void installDummy() {
-    Mem::RootPath const rootPath(debugHandler(), path_, true);
     if (isOrphan_ && assertOnOrphanAccess_) {
-      implementation_ = std::make_unique<VaultStrictDummy<Ops>>(debugHandler(), name_, rootPath, kOrphanTail);
+      implementation_ =
+          std::make_unique<VaultStrictDummy<Ops>>(debugHandler(), name_, rootPath(), kOrphanTail);
     } else {
-      implementation_ = std::make_unique<VaultDummy<Ops>>(debugHandler(), name_, rootPath, nullptr, false);
+      implementation_ = std::make_unique<VaultDummy<Ops>>(debugHandler(), name_, rootPath(), nullptr, false);
     }
   }
 
  private:
+  Mem::RootPath rootPath() const { return {debugHandler(), path_, true}; }
+
+  void initWriter(MapDescriptor const& incoming) {
+    Mem::RootPath const place = rootPathFor(!incoming.localMem);
+    auto writer = std::make_unique<VaultWriter<Ops>>(debugHandler(), place, incoming);
+    if (!writer->initialize("none")) {
+      DOVEL_THROW(Dovel::InvalidInitializeException, "VaultMap", "failed to initialize collection {}", name_);
+    }
+    if (!incoming.localMem) announce(place);
+    implementation_ = std::move(writer);
+    descriptor_.emplace(incoming);
+    ready_ = true;
+    tellState();
+  }
+
+  // The table need not be there yet: the sentry tells when it is.
+  void initReader(MapDescriptor const& incoming) {
+    installDummy();
+    readerSentry_ = std::make_unique<Mem::ReaderSentry>(debugHandler(), rootPath(), *this);
+    descriptor_.emplace(incoming);
+  }
+
+  // May be called in the middle of an operation of the store that is given up.
+  void readerReplaced() {
+    if (implementation_->emberId() == SharedMem::EmberId()) return;
+    retired_ = std::move(implementation_);
+    ready_ = false;
+    installDummy();
+    tellState();
+  }
+
+  // What the client is told may make it use the map, in the middle of an operation of the store that has just
+  // been given up.
   void tellState() {
+    isTelling_ = true;
     notify_.quiescedChanged(implementation_->quiesced());
     notify_.mountStatusChanged();
+    isTelling_ = false;
   }
 
   Notify notify_;
   std::unique_ptr<VaultInterface<Ops>> implementation_;
+  // A reader whose last answer the caller may still hold.
+  mutable std::unique_ptr<VaultInterface<Ops>> retired_;
+  bool isTelling_ = false;
 };
 
 }  // namespace Vault

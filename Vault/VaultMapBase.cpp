@@ -52,15 +52,19 @@ void VaultMapBase::check(MapDescriptor const& incoming) const {
     DOVEL_THROW(InvalidInitializeException, "VaultMap", "cannot initialize collection {} with {}", name_,
                 inner);
   }
-  DOVEL_ASSERT(writerSentry_ == nullptr, "VaultMap", "Vault mounter should not exist");
+  DOVEL_ASSERT(writerSentry_ == nullptr && readerSentry_ == nullptr, "VaultMap",
+               "Vault mounter should not exist");
   DOVEL_ASSERT(!(incoming.prevValue && !incoming.captureNotifyValues), "VaultMap",
                "prevValue mount-time option enabled without specifying `captureNotifyValues property");
   DOVEL_ASSERT(incoming.localMem || type <= VaultType::keyShadow, "VaultMap", "not a valid reader type:{}",
                type);
-  if (type != VaultType::writer && !incoming.localMem) {
-    DOVEL_THROW(InvalidInitializeException, "VaultMap",
-                "cannot initialize collection {} with type {}: this library writes tables only", name_, type);
-  }
+  auto const refuse = [&](char const* why) {
+    Dovel::String const inner = DOVEL_TRACESTR("VaultMap", "type {}: {}", type, why);
+    DOVEL_THROW(InvalidInitializeException, "VaultMap", "cannot initialize collection {} with {}", name_,
+                inner);
+  };
+  if (isShadow) refuse("this library has no shadows of tables");
+  if (type != VaultType::writer && incoming.localMem) refuse("a table in private memory has no readers");
 }
 
 Mem::RootPath VaultMapBase::rootPathFor(bool shared) const {
@@ -84,6 +88,11 @@ void VaultMapBase::handleFilesChanged(Dovel::String const& path) {
   validateFiles(path, currentEmberId().value());
 }
 
+void VaultMapBase::dropSentries() {
+  writerSentry_.reset();
+  readerSentry_.reset();
+}
+
 bool VaultMapBase::wiped() const {
   if (!initialized() || descriptor().localMem) return false;
   return SharedMem::OwnerFile(debugHandler(), rootPathFor(true), false, false).wiped();
@@ -98,8 +107,8 @@ void VaultMapBase::clearWiped() {
 
 void VaultMapBase::doCorruptionDetected(Dovel::String const& text) {
   DOVEL_TRACE(debugHandler(), 0, "VaultMap", "corruption detected: {}", text);
-  if (initialized() && !descriptor().localMem)
-    Util::writeCorruptionFile(debugHandler(), rootPathFor(true), text);
+  if (!initialized() || descriptor().localMem || (isReader() && !filesAreInPlace())) return;
+  Util::writeCorruptionFile(debugHandler(), rootPathFor(true), text);
 }
 
 }  // namespace Vault

@@ -9,20 +9,25 @@
 #include "Vault/MapDescriptor.h"
 #include "Vault/VaultInterface.h"
 #include "Vault/WriterCounters.h"
+#include "platform/memory/ReaderSentry.h"
 #include "platform/memory/WriterSentry.h"
 
 namespace Vault {
 
-class VaultMapBase : public Dovel::Debuggable, public Mem::WriterSentry::Notifiee {
+class VaultMapBase : public Dovel::Debuggable,
+                     public Mem::WriterSentry::Notifiee,
+                     public Mem::ReaderSentry::Notifiee {
  public:
   VaultMapBase(VaultMapBase const&) = delete;
   VaultMapBase& operator=(VaultMapBase const&) = delete;
   virtual ~VaultMapBase();
 
   Dovel::String const& name() const { return name_; }
+  // Of the table, as it was given.
+  Dovel::String const& path() const { return path_; }
   bool initialized() const { return descriptor_.has_value(); }
   // Of an initialized map.
-  MapDescriptor const& descriptor() const { return *descriptor_; }
+  MapDescriptor const& descriptor() const { return descriptor_.value(); }
   // Whether a store is attached and its table sound.
   bool ready() const { return ready_; }
 
@@ -32,7 +37,7 @@ class VaultMapBase : public Dovel::Debuggable, public Mem::WriterSentry::Notifie
   void clearWiped();
 
   // Traces the text at level 0 and leaves the corruption marker with it. The table is checked, and wiped
-  // where it doesn't pass, when its writer attaches again.
+  // where it doesn't pass, when its writer attaches again. A reader's table that is being replaced gets none.
   void doCorruptionDetected(Dovel::String const& text);
 
   // What the writer counted, as it was when this was last updated.
@@ -63,17 +68,28 @@ class VaultMapBase : public Dovel::Debuggable, public Mem::WriterSentry::Notifie
   // The answer to files that were changed from outside, told under the path as it was given.
   virtual void validateFiles(Dovel::String const& path, unsigned emberId) = 0;
   virtual SharedMem::EmberId currentEmberId() const = 0;
+  // Of a reader: the table is complete; it is gone, or another has its place.
+  virtual void tryAttach() = 0;
+  virtual void handleDisconnect() = 0;
+  // Whether what is mapped still is what the names of the files lead to. Of a reader.
+  virtual bool filesAreInPlace() const = 0;
+
+  bool isReader() const { return initialized() && descriptor().vaultType() != VaultType::writer; }
+  void dropSentries();
 
   Dovel::String name_;
   Dovel::String path_;
   std::optional<MapDescriptor> descriptor_;
   std::unique_ptr<Mem::WriterSentry> writerSentry_;
+  std::unique_ptr<Mem::ReaderSentry> readerSentry_;
   bool ready_ = false;
   bool isOrphan_ = false;
   bool assertOnOrphanAccess_ = false;
 
  private:
   void handleFilesChanged(Dovel::String const& path) override;
+  void handleAppeared() override { tryAttach(); }
+  void handleChanged() override { handleDisconnect(); }
 
   Writer::Counters writerCounters_;
 };

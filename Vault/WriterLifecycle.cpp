@@ -15,16 +15,10 @@
 #include "platform/memory/WireletAcceptSm.h"
 #include "runtime/Dovel/Exception.h"
 #include "runtime/Dovel/Format.h"
-#include "runtime/Dovel/Toggle.h"
 #include "runtime/Dovel/Util.h"
 
 namespace Vault {
 namespace {
-
-Mem::CoreDump coreDumpOfFiles() {
-  static bool const full = Dovel::getToggleState("FullCoreDump", "Vault.json", true);
-  return full ? Mem::CoreDump::included : Mem::CoreDump::excluded;
-}
 
 bool isAnswer(AttachResult result) { return result != AttachResult::none && result != AttachResult::invalid; }
 
@@ -50,7 +44,7 @@ WriterLifecycle::WriterLifecycle(Dovel::Platform::DebugHandler const& handler, M
     : handler_(handler),
       localMem_(descriptor.localMem),
       rootPath_(rootPath),
-      coreDump_(coreDumpOfFiles()),
+      coreDump_(Mem::coreDumpOfTables()),
       useHeap_(descriptor.useHeap),
       trackMemory_(descriptor.trackMemory),
       buckets_(handler_, rootPath_, mappingOf(VaultCore::BucketTable::kFileName)),

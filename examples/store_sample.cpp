@@ -15,7 +15,7 @@ using Row = OrloVault::ValWrap<Table::Entry, Table::EntryKey, &Table::Entry::ent
 using Writer = Vault::VaultWriter<Vault::OpsOf<Row>>;
 
 int main(int argc, char** argv) {
-  int const rows = argc > 1 ? std::atoi(argv[1]) : 3;
+  int const rows = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 3;
   auto const handler = Dovel::Platform::getDebugHandler("StoreSample", true);
   Mem::RootPath const path(handler, "sample", true);
   Vault::MapDescriptor descriptor(1000);  // rows that are expected at most

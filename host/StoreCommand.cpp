@@ -7,9 +7,12 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "Vault/StoreCheck.h"
 #include "Vault/StoreFigures.h"
@@ -18,6 +21,8 @@
 #include "host/StoreDump.h"
 #include "host/StoreSearch.h"
 #include "host/StoreText.h"
+#include "host/UtcTime.h"
+#include "runtime/Dovel/Exception.h"
 
 namespace Host {
 namespace {
@@ -50,10 +55,19 @@ constexpr char kDumpDescription[] =
     "key and the fields that are not 0. next is a slot, the bucket that\n"
     "follows at the end of a chain, or nil.";
 
+constexpr char kGetDescription[] =
+    "Looks records up by their keys, as any reader of the table does, also\n"
+    "while its writer is at work, and prints the fields that are not 0. A\n"
+    "KEY is what dump prints, or what that has between the brackets:\n"
+    "mplsLabel:100,mplsBos:1. Exits 1 where a record isn't there, 2 for a\n"
+    "text that is no key of the table.";
+
 struct Options {
   std::string path;
+  std::vector<std::string> keys;
   std::string bundle;
   bool json = false;
+  bool watches = false;
   std::optional<std::uint32_t> first;
   std::optional<std::uint32_t> slot;
 };
@@ -76,16 +90,46 @@ bool isThere(Mem::RootPath const& rootPath) {
   return false;
 }
 
-int listStores(Options const& options) {
-  StoreSearch const search(rootPathOf(options.path).dirName());
-  for (std::string const& problem : search.problems()) fmt::print(stderr, "hwtables: {}\n", problem);
+// A headline and a line for each store; none where there is no store.
+std::vector<std::string> listing(StoreSearch const& search) {
   std::vector<StoreFiles> stores;
   for (std::string const& path : search.stores())
     stores.emplace_back(rootPathOf(path), StoreFiles::Extent::headers);
-  if (!stores.empty()) {
-    Output output;
-    for (std::string const& line : storeListLines(rootPathOf("").dirName(), stores)) output.line(line);
-    output.finish();
+  return stores.empty() ? std::vector<std::string>() : storeListLines(rootPathOf("").dirName(), stores);
+}
+
+void printLines(std::vector<std::string> const& lines) {
+  Output output;
+  for (std::string const& line : lines) output.line(line);
+  output.finish();
+}
+
+// Prints the list whenever it has changed; ends with its standard output, or by a signal.
+[[noreturn]] void watchStores(Options const& options) {
+  std::string const root(rootPathOf(options.path).dirName().view());
+  std::vector<std::string> last{""};
+  for (;;) {
+    std::vector<std::string> lines = listing(StoreSearch(root));
+    if (lines != last) {
+      last = lines;
+      if (lines.empty()) lines.push_back(fmt::format("there are no stores below {}", oneLine(root)));
+      auto const now = std::chrono::system_clock::now().time_since_epoch();
+      auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(now);
+      lines.insert(lines.begin(),
+                   "-- " + utcTime(static_cast<std::uint64_t>(std::chrono::nanoseconds(seconds).count())));
+      printLines(lines);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  }
+}
+
+int listStores(Options const& options) {
+  if (options.watches) watchStores(options);
+  StoreSearch const search(rootPathOf(options.path).dirName());
+  for (std::string const& problem : search.problems()) fmt::print(stderr, "hwtables: {}\n", problem);
+  std::vector<std::string> const lines = listing(search);
+  if (!lines.empty()) {
+    printLines(lines);
   } else if (search.problems().empty()) {
     fmt::print(stderr, "hwtables: there are no stores below {}\n", oneLine(search.root()));
   }
@@ -180,6 +224,52 @@ int dumpStore(Options const& options) {
   return 0;
 }
 
+// 0, or the exit code for the key.
+int getRecord(Vault::StoredReader& reader, StoredType const& type, std::string const& key,
+              Options const& options, Output& output) {
+  try {
+    std::byte const* const value = reader.find(key);
+    if (value == nullptr) {
+      fmt::print(stderr, "hwtables: there is no record of {}\n", oneLine(key));
+      return 1;
+    }
+    output.line(recordText(value, type, options.json));
+    return 0;
+  } catch (Dovel::CorruptionDetectedException const& damage) {
+    fmt::print(stderr, "hwtables: the store is damaged: {}\n", oneLine(damage.msg()));
+    return 1;
+  } catch (Dovel::Exception const& wrong) {
+    fmt::print(stderr, "hwtables: no key of {}: {}: {}\n", oneLine(type.typeName), oneLine(key),
+               oneLine(wrong.msg()));
+    return 2;
+  }
+}
+
+int getRecords(Options const& options) {
+  Bundle const bundle(options.bundle);
+  Mem::RootPath const rootPath = rootPathOf(options.path);
+  if (!isThere(rootPath)) return 1;
+  StoreFiles const store(rootPath, StoreFiles::Extent::headers);
+  std::string const path = oneLine(rootPath.dirName());
+  StoredType const* const type = StoredType::find(store.slots().typeName());
+  if (type == nullptr || type->reader == nullptr) {
+    fmt::print(stderr, "hwtables: cannot read {}: the bundle knows no type \"{}\"\n", path,
+               oneLine(store.slots().typeName()));
+    return 1;
+  }
+  auto const reader = type->reader(rootPath);
+  if (!reader->attach()) {
+    fmt::print(stderr, "hwtables: {} is not complete, or damaged\n", path);
+    return 1;
+  }
+  int exitCode = 0;
+  Output output;
+  for (std::string const& key : options.keys)
+    exitCode = std::max(exitCode, getRecord(*reader, *type, key, options, output));
+  output.finish();
+  return exitCode;
+}
+
 using Run = int (*)(Options const&);
 
 // Adds one of the commands below `store`.
@@ -211,11 +301,18 @@ void addStoreCommand(CLI::App& app, int& exitCode) {
   CLI::App* const list = addPart(*store, "list", kListDescription, listStores, exitCode, options);
   list->add_option("ROOT", options->path,
                    "Where to look: absolute, or below $HWTABLES_ROOT or else /dev/shm/hwtables");
+  list->add_flag("--watch", options->watches,
+                 "Go on, and print the list again whenever it has changed; every half second is looked");
   CLI::App* const show = addPart(*store, "show", kShowDescription, showStore, exitCode, options);
   addPath(*show, *options);
   CLI::App* const check = addPart(*store, "check", kCheckDescription, checkOneStore, exitCode, options);
   addPath(*check, *options);
   addBundle(*check, *options);
+  CLI::App* const get = addPart(*store, "get", kGetDescription, getRecords, exitCode, options);
+  addPath(*get, *options);
+  get->add_option("KEY", options->keys, "Keys of records")->required();
+  addBundle(*get, *options);
+  get->add_flag("--json", options->json, "Print a JSON object a record, with all fields, for programs");
   CLI::App* const dump = addPart(*store, "dump", kDumpDescription, dumpStore, exitCode, options);
   addPath(*dump, *options);
   addBundle(*dump, *options);

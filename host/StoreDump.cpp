@@ -73,6 +73,13 @@ std::string quoted(std::string_view text) {
   return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
+void appendJsonRecord(Text& text, std::byte const* value, StoredType const& type) {
+  fmt::format_to(fmt::appender(text), R"("key":{},"fields":{{)", quoted(type.keyText(value)));
+  JsonFields fields(text);
+  type.fields(value, fields);
+  text.push_back('}');
+}
+
 void appendSlot(Text& text, SlotsImage const& slots, std::uint32_t id, StoredType const* type) {
   static constexpr std::size_t kRow = 32;
   SlotLink const link = slots.link(id);
@@ -85,12 +92,8 @@ void appendSlot(Text& text, SlotsImage const& slots, std::uint32_t id, StoredTyp
     appendHex(text, slots.bytes(id) + at, std::min<std::size_t>(kRow, slots.slotSize() - at));
     text.push_back('\n');
   }
-  if (type != nullptr && link.occupied()) {
-    fmt::format_to(out, "  {}", type->keyText(slots.value(id)));
-    TextFields fields(text);
-    type->fields(slots.value(id), fields);
-    text.push_back('\n');
-  }
+  if (type != nullptr && link.occupied())
+    fmt::format_to(out, "  {}\n", recordText(slots.value(id), *type, false));
 }
 
 void appendJsonSlot(Text& text, SlotsImage const& slots, std::uint32_t id, StoredType const* type) {
@@ -107,15 +110,27 @@ void appendJsonSlot(Text& text, SlotsImage const& slots, std::uint32_t id, Store
   appendHex(text, slots.bytes(id), slots.slotSize());
   text.push_back('"');
   if (type != nullptr && link.occupied()) {
-    fmt::format_to(out, R"(,"key":{},"fields":{{)", quoted(type->keyText(slots.value(id))));
-    JsonFields fields(text);
-    type->fields(slots.value(id), fields);
-    text.push_back('}');
+    text.push_back(',');
+    appendJsonRecord(text, slots.value(id), *type);
   }
   text.push_back('}');
 }
 
 }  // namespace
+
+std::string recordText(std::byte const* value, StoredType const& type, bool json) {
+  Text text;
+  if (json) {
+    text.push_back('{');
+    appendJsonRecord(text, value, type);
+    text.push_back('}');
+  } else {
+    fmt::format_to(fmt::appender(text), "{}", type.keyText(value));
+    TextFields fields(text);
+    type.fields(value, fields);
+  }
+  return fmt::to_string(text);
+}
 
 void dumpText(StoreFiles const& store, SlotRange range, StoredType const* type, Output& output) {
   Text text;

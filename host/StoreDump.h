@@ -1,7 +1,9 @@
 // The slots of a store, raw and decoded.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "Vault/StoreFiles.h"
 #include "Vault/StoredType.h"
@@ -19,5 +21,8 @@ struct SlotRange {
 void dumpText(Vault::StoreFiles const& store, SlotRange range, Vault::StoredType const* type, Output& output);
 // One JSON object.
 void dumpJson(Vault::StoreFiles const& store, SlotRange range, Vault::StoredType const* type, Output& output);
+
+// One record: its key and the fields that are not 0, or all of them as one JSON object.
+std::string recordText(std::byte const* value, Vault::StoredType const& type, bool json);
 
 }  // namespace Host

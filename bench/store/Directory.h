@@ -1,4 +1,5 @@
-// A fresh directory in shared memory for the files of one table; removed with all in it. One thread.
+// A fresh directory in shared memory for the files of one table; removed with all in it. One thread, and not
+// the processes that are forked meanwhile.
 #pragma once
 
 #include <sys/stat.h>
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 namespace StoreBench {
 
@@ -21,8 +23,11 @@ class Directory {
   Directory& operator=(Directory const&) = delete;
   ~Directory() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    if (isOwner_) std::filesystem::remove_all(path_, ignored);
   }
+
+  // One that another process has made, and removes.
+  static Directory existing(std::string path) { return Directory(std::move(path)); }
 
   std::string const& path() const { return path_; }
   std::string file(std::string const& name) const { return path_ + "/" + name; }
@@ -39,7 +44,10 @@ class Directory {
   }
 
  private:
+  explicit Directory(std::string path) : path_(std::move(path)), isOwner_(false) {}
+
   std::string path_;
+  bool isOwner_ = true;
 };
 
 }  // namespace StoreBench

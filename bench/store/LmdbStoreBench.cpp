@@ -1,36 +1,17 @@
 // LMDB in shared memory, without any syncing: one operation a transaction, and 1000.
-#include <lmdb.h>
-
-#include <cstring>
-#include <stdexcept>
-
+#include "bench/store/LmdbRecords.h"
 #include "bench/store/TableBench.h"
 
 namespace {
 
 using namespace StoreBench;
 
-int must(int result) {
-  if (result != MDB_SUCCESS) throw std::runtime_error(mdb_strerror(result));
-  return result;
-}
-
-// The first bytes of the record's key: the label and the bit after it.
-struct KeyBytes {
-  static constexpr std::size_t kSize = 5;
-  MDB_val value;
-  explicit KeyBytes(Key const& key) : value{kSize, const_cast<Key*>(&key)} {}
-};
-
 // `batch` operations share a transaction, reads too.
 template <unsigned batch>
 class LmdbTable {
  public:
   LmdbTable(Directory const& directory, std::uint32_t count) {
-    must(mdb_env_create(&environment_));
-    must(mdb_env_set_mapsize(environment_, (std::size_t{16} << 20) + std::size_t{count} * 512));
-    must(mdb_env_open(environment_, directory.path().c_str(), MDB_NOSYNC | MDB_WRITEMAP | MDB_NOMETASYNC,
-                      0644));
+    environment_ = openedLmdb(directory, count, std::size_t{16} << 20);
     must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
     must(mdb_dbi_open(transaction_, nullptr, MDB_CREATE, &database_));
     settle();
@@ -40,7 +21,7 @@ class LmdbTable {
   LmdbTable(LmdbTable const&) = delete;
   LmdbTable& operator=(LmdbTable const&) = delete;
   ~LmdbTable() {
-    settle();
+    if (transaction_ != nullptr) mdb_txn_abort(transaction_);
     mdb_txn_abort(reader_);
     mdb_env_close(environment_);
   }
@@ -59,7 +40,7 @@ class LmdbTable {
     KeyBytes bytes(key);
     MDB_val value;
     bool const found = mdb_get(reader_, database_, &bytes.value, &value) == MDB_SUCCESS;
-    if (found) copyOut(bytes.value, value, out);
+    if (found) out = recordIn(bytes.value, value);
     if (++read_ == batch) endRead();
     return found;
   }
@@ -79,17 +60,15 @@ class LmdbTable {
     MDB_cursor* cursor;
     must(mdb_cursor_open(reader_, database_, &cursor));
     MDB_val key, value;
-    Record out{};
     while (mdb_cursor_get(cursor, &key, &value, MDB_NEXT) == MDB_SUCCESS) {
-      copyOut(key, value, out);
-      visit(out);
+      visit(recordIn(key, value));
     }
     mdb_cursor_close(cursor);
     mdb_txn_reset(reader_);
   }
 
   void settle() {
-    if (transaction_) must(mdb_txn_commit(transaction_));
+    if (transaction_ != nullptr) must(mdb_txn_commit(transaction_));
     transaction_ = nullptr;
     written_ = 0;
     if (read_ != 0) endRead();
@@ -103,7 +82,7 @@ class LmdbTable {
 
  private:
   void beginWrite() {
-    if (!transaction_) must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
+    if (transaction_ == nullptr) must(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
   }
   void endWrite() {
     if (++written_ == batch) settle();
@@ -112,12 +91,6 @@ class LmdbTable {
     mdb_txn_reset(reader_);
     read_ = 0;
   }
-  static void copyOut(MDB_val const& key, MDB_val const& value, Record& out) {
-    out.key = Key();
-    std::memcpy(static_cast<void*>(&out.key), key.mv_data, KeyBytes::kSize);
-    std::memcpy(out.row.data(), value.mv_data, sizeof out.row);
-  }
-
   MDB_env* environment_ = nullptr;
   MDB_dbi database_ = 0;
   MDB_txn* transaction_ = nullptr;  // open for writing, or none

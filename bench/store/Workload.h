@@ -48,7 +48,7 @@ struct Workload {
     std::mt19937 random(1);
     std::shuffle(numbers.begin(), numbers.end(), random);
     present.assign(numbers.begin(), numbers.begin() + count);
-    absent.assign(numbers.begin() + count, numbers.begin() + 2 * count);
+    absent.assign(numbers.begin() + count, numbers.begin() + count + count);
     visited = present;
     std::shuffle(visited.begin(), visited.end(), random);
   }

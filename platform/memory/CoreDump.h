@@ -12,4 +12,9 @@ enum class CoreDump : std::uint8_t {
   excluded = 3,   // they never do
 };
 
+// As the toggles say, read once a process: FullCoreDump of Vault.json for the tables themselves,
+// CoreDumpSharedFiles of SharedMem.json for the files beside them. Both are on by default. Any thread.
+CoreDump coreDumpOfTables();
+CoreDump coreDumpOfSharedFiles();
+
 }  // namespace Mem

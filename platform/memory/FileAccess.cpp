@@ -89,6 +89,7 @@ Descriptor::~Descriptor() {
 
 OpenedFile openFile(Dovel::String const& path, FileUse use) {
   OpenedFile file;
+  Impl::probeLook(path.data());
   file.descriptor = Descriptor(use == FileUse::makeOrWrite ? openOrMake(path) : openExisting(path, use));
   if (!file.isOpen()) return refused(path, errno, errno == ELOOP ? "it is a link" : std::strerror(errno));
   if (::fstat(file.descriptor.number(), &file.status) != 0) return refused(path, errno, std::strerror(errno));

@@ -29,6 +29,7 @@ class Local : public Mapping {
   // What was taken, as it is for files; 0 while nothing is attached.
   std::size_t memSize() const override { return capacity_; }
   std::size_t mappedSize() const override { return mappedSize_; }
+  bool isInPlace() const override { return true; }
   Dovel::String const& error() const override { return error_; }
   Dovel::String const& getFilename() const override { return fileName_; }
   // Of ANONYMOUS storage alone.

@@ -39,6 +39,9 @@ class Mapping {
   // What is mapped.
   virtual std::size_t mappedSize() const = 0;
 
+  // Whether the name of the file still leads to the one that is mapped. Always of private memory.
+  virtual bool isInPlace() const = 0;
+
   // Why the last attach or resize failed.
   virtual Dovel::String const& error() const = 0;
   // The name of the file in its directory.

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 
 namespace Mem {
@@ -18,6 +19,10 @@ class Probe {
   // Before and after a system call; `file` is the path of what it changes.
   virtual void beforeCall(char const* /*call*/, char const* /*file*/) {}
   virtual void afterCall(char const* /*call*/, char const* /*file*/) {}
+  // Before a system call that asks what the name of a file leads to, or how long that file is.
+  virtual void look(char const* /*file*/) {}
+  // A file stands in memory, from here on at that place.
+  virtual void mapped(char const* /*file*/, void const* /*base*/, std::size_t /*size*/) {}
 
  protected:
   ~Probe() = default;
@@ -34,6 +39,12 @@ inline void probeLoad(std::uint64_t const& cell) {
 inline void probeStore(std::uint64_t& cell, std::uint64_t value) {
   if (probe != nullptr) probe->store(cell, value);
 }
+inline void probeLook(char const* file) {
+  if (probe != nullptr) probe->look(file);
+}
+inline void probeMapped(char const* file, void const* base, std::size_t size) {
+  if (probe != nullptr) probe->mapped(file, base, size);
+}
 
 }  // namespace Impl
 
@@ -43,6 +54,8 @@ namespace Impl {
 
 inline void probeLoad(std::uint64_t const&) {}
 inline void probeStore(std::uint64_t&, std::uint64_t) {}
+inline void probeLook(char const*) {}
+inline void probeMapped(char const*, void const*, std::size_t) {}
 
 }  // namespace Impl
 

@@ -52,6 +52,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   device_ = file.status.st_dev;
   inode_ = file.status.st_ino;
   advise();
+  Impl::probeMapped(path_.data(), range_.base(), range_.size());
   return range_.base();
 }
 
@@ -99,7 +100,10 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
   // A file that was found ending within its last page is made longer though that page is mapped.
   bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > fileSize_);
   std::byte* const base = grows ? grow(size) : shrink(pages);
-  if (base != nullptr) mappedSize_ = size;
+  if (base != nullptr) {
+    mappedSize_ = size;
+    Impl::probeMapped(path_.data(), base, range_.size());
+  }
   return base;
 }
 
@@ -184,9 +188,17 @@ void SharedMemWrapper::dumpToCoreIs(CoreDump mode) {
 }
 
 std::size_t SharedMemWrapper::memSize() const {
+  Impl::probeLook(path_.data());
   struct stat status {};
   bool const isThere = ::lstat(path_.data(), &status) == 0 && S_ISREG(status.st_mode);
   return isThere ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+bool SharedMemWrapper::isInPlace() const {
+  Impl::probeLook(path_.data());
+  struct stat status {};
+  return range_.base() != nullptr && ::lstat(path_.data(), &status) == 0 && status.st_dev == device_ &&
+         status.st_ino == inode_;
 }
 
 // A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.

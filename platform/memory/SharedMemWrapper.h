@@ -29,6 +29,7 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
 
   std::size_t memSize() const override;
   std::size_t mappedSize() const override { return mappedSize_; }
+  bool isInPlace() const override;
   Dovel::String const& error() const override { return error_; }
   Dovel::String const& getFilename() const override { return fileName_; }
   void dumpToCoreIs(CoreDump mode) override;

@@ -57,6 +57,16 @@ class Node {
   // Destroys the node and frees its memory, unless a class knows better what to do with an unused node.
   virtual void lastUserGone();
 
+  // For such a class: calls `tell`, which may take uses of the node and give them up, and destroys the node
+  // where none is left afterwards.
+  template <class Tell>
+  void destroyUnlessRevived(Tell&& tell) {
+    incUseCount();
+    tell();
+    if (ThreadControl::add(useCount_, ~std::uint32_t{0}, std::memory_order_acq_rel) == 1)
+      Node::lastUserGone();
+  }
+
   void markBeingDestroyed() { flags_ |= kBeingDestroyed; }
 
  private:

@@ -484,6 +484,7 @@ class FakeMapping final : public Mem::Mapping {
   void detach() override {}
   std::size_t memSize() const override { return mapped_; }
   std::size_t mappedSize() const override { return mapped_; }
+  bool isInPlace() const override { return true; }
   Dovel::String const& error() const override { return error_; }
   Dovel::String const& getFilename() const override { return name_; }
   void dumpToCoreIs(Mem::CoreDump) override {}

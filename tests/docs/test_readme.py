@@ -30,7 +30,7 @@ def pattern_of(shown):
 class ReadmeTest(unittest.TestCase):
     def test_commands_print_what_is_shown(self):
         commands = list(shown_commands())
-        self.assertEqual(len(commands), 6)
+        self.assertEqual(len(commands), 7)
         with tempfile.TemporaryDirectory() as stores:
             environment = dict(os.environ, HWTABLES_ROOT=stores)
             for command, shown in commands:

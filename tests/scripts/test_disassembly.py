@@ -14,6 +14,8 @@ BUILT = BIN.parent / "lib/libstore_hot_paths.a"
 OPERATIONS = {
     "Vault::VaultWriter": ("write", "remove", "lookup", "first", "next", "directWrite", "directCommit"),
     "VaultCore::WriterHashMap": ("find", "lookup", "first", "next"),
+    "Vault::VaultReader": ("lookup", "first", "next", "getValue"),
+    "VaultCore::ReaderHashMap": ("lookup", "first", "next"),
 }
 
 
