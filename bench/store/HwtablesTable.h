@@ -4,20 +4,17 @@
 #include <cstring>
 
 #include "LoamSharedHwTables/Qumran3a/MplsIsemHwEm.h"
+#include "LoamSharedHwTables/StoredEntry.h"
 #include "Vault/VaultWriter.h"
 #include "bench/store/Directory.h"
 #include "bench/store/Workload.h"
-#include "runtime/Vault/Ops.h"
 
 namespace StoreBench {
 
 class HwtablesTable {
  public:
-  using Entry = bcm88490_a0::MplsIsemHwEm::Entry;
-  struct Value : OrloVault::ValWrap<Entry, Key, &Entry::entryKey, false> {
-    static std::string_view typeName() { return bcm88490_a0::MplsIsemHwEmTraits::entryTypeName; }
-  };
-  using Ops = Vault::OpsOf<Value>;
+  using Ops = LoamSharedHwTables::StoredOps<bcm88490_a0::MplsIsemHwEm>;
+  using Value = Ops::Value;
 
   HwtablesTable(Directory const& directory, std::uint32_t count, bool yields = false)
       : writer_(handler(), Mem::RootPath(handler(), directory.path().c_str(), true),

@@ -1,4 +1,4 @@
-// What a table should hold, and what may be asked of it: the store's specification in the smallest form.
+// What a table should hold, and what may be asked of it: the store in its smallest form.
 #pragma once
 
 #include <cstdint>

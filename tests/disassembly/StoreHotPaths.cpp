@@ -1,14 +1,13 @@
 // The operations of writers and readers on the records of a real table, compiled as they are for a program:
 // what scripts/check_disassembly looks at.
 #include "LoamSharedHwTables/Qumran3a/MplsIsemHwEm.h"
+#include "LoamSharedHwTables/StoredEntry.h"
 #include "Vault/VaultReader.h"
 #include "Vault/VaultWriter.h"
 
 namespace {
 
-using Table = bcm88490_a0::MplsIsemHwEm;
-using Record = OrloVault::ValWrap<Table::Entry, Table::EntryKey, &Table::Entry::entryKey, false>;
-using HotOps = Vault::OpsOf<Record>;
+using HotOps = LoamSharedHwTables::StoredOps<bcm88490_a0::MplsIsemHwEm>;
 using HotWriter = Vault::VaultWriter<HotOps>;
 
 }  // namespace
