@@ -8,7 +8,8 @@
 namespace Sluice {
 
 static_assert(offsetof(schan_xmsg_user_, responseRequested) == 28);
-static_assert(offsetof(schan_xmsg_user_, data) == 40);
+static_assert(offsetof(schan_xmsg_user_, address) == 32);
+static_assert(offsetof(schan_xmsg_user_, data) == schan_xmsg_user_::kHeaderBytes);
 
 void SchanCmdBase::fillCmdIntoBuf(std::span<std::uint32_t> buf) {
   DOVEL_ASSERT(buf.size() == dwc_write(), "Sluice::SchanCmdBase", "a command of {} words for a buffer of {}",
@@ -22,13 +23,12 @@ void SchanCmdBase::readRespFromBuf(std::span<std::uint32_t const> buf) {
   readResp(buf);
 }
 
-void SchanCmdBase::fillCmdletHeader(schan_xmsg_user_* message, std::uint32_t opcode, std::uint32_t location,
+void SchanCmdBase::fillCmdletHeader(schan_xmsg_user_* message, SchanOpcode opcode, std::uint32_t location,
                                     std::uint32_t block, std::uint32_t length) {
-  std::memset(message, 0, offsetof(schan_xmsg_user_, data));
-  message->opcode = opcode;
-  message->location = location;
+  std::memset(message, 0, schan_xmsg_user_::kHeaderBytes);
+  message->header = std::uint32_t{static_cast<std::uint8_t>(opcode)} << 24 | length;
   message->block = block;
-  message->length = length;
+  message->location = location;
 }
 
 }  // namespace Sluice

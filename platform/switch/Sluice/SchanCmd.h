@@ -1,36 +1,34 @@
-// One command of the S-channel, the message path to the chip, and what the channel asks of it.
+// One command for the chip, and what the channel asks of it: a message, or bulk transfers of a buffer that
+// the command keeps alive.
 // A command is filled, sent and answered by one thread at a time; its last reference may go in any thread.
 #pragma once
 
 #include <cstdint>
 #include <span>
 
+#include "platform/switch/Sluice/Fapmask.h"
+#include "platform/switch/Sluice/SchanMessage.h"
 #include "runtime/Dovel/Node.h"
 
 namespace Sluice {
 
-// A message as it goes to the chip. Integers are in the byte order of the host.
-struct schan_xmsg_user_ {
-  std::uint32_t opcode;
-  std::uint32_t location;  // the first number of the instance addressed
-  std::uint32_t block;     // its block, as S-channel commands number them
-  std::uint32_t length;    // bytes of data
-  std::uint32_t reserved[3];
-  std::uint32_t responseRequested;
-  std::uint32_t headerEnd[2];
-  std::uint32_t data[22];
-};
-static_assert(sizeof(schan_xmsg_user_) == 128);
-
 class SchanCmd : public Dovel::Node {
  public:
-  // How many 32-bit words the command takes, and how many its answer.
+  // The FAPs that it goes to. Stays the same while the command lives.
+  virtual Fapmask const& fapmask() const = 0;
+
+  // How many 32-bit words the command's message takes, and how many the answers of all its FAPs. A command
+  // of bulk transfers has no message.
   virtual unsigned int dwc_write() const = 0;
   virtual unsigned int dwc_read() const = 0;
-  // Writes the command: exactly dwc_write() words.
+  // Writes the message: exactly dwc_write() words.
   virtual void fillCmdIntoBuf(std::span<std::uint32_t> buf) = 0;
-  // Takes the chip's answer: exactly dwc_read() words.
+  // Takes the answers, a SchanResponse a FAP in ascending order: exactly dwc_read() words.
   virtual void readRespFromBuf(std::span<std::uint32_t const> buf) = 0;
+
+  // The bulk transfers that each FAP is to run, in their order; none for a message.
+  virtual unsigned int bulkTransferCount() const { return 0; }
+  virtual BulkTransfer bulkTransfer(unsigned int /*number*/) const { return {}; }
 };
 
 // Checks the buffers and leaves the words to the concrete command.
@@ -45,8 +43,8 @@ class SchanCmdBase : public SchanCmd {
   virtual void readResp(std::span<std::uint32_t const> buf) = 0;
 
   // Clears the message's header and writes the opcode, the instance's two location numbers and the bytes of
-  // data.
-  static void fillCmdletHeader(schan_xmsg_user_* message, std::uint32_t opcode, std::uint32_t location,
+  // the whole message.
+  static void fillCmdletHeader(schan_xmsg_user_* message, SchanOpcode opcode, std::uint32_t location,
                                std::uint32_t block, std::uint32_t length);
 };
 

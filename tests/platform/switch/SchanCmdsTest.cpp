@@ -16,9 +16,11 @@ using Sluice::SchanCmds;
 class Echo : public Dovel::Tracked<Echo, Sluice::SchanCmdBase> {
  public:
   explicit Echo(unsigned ordinal) : number(ordinal) {}
+  Sluice::Fapmask const& fapmask() const override { return faps; }
   unsigned int dwc_write() const override { return 32; }
   unsigned int dwc_read() const override { return 2; }
 
+  Sluice::Fapmask faps;
   unsigned number;
   std::uint32_t answer = 0;
 
@@ -26,7 +28,7 @@ class Echo : public Dovel::Tracked<Echo, Sluice::SchanCmdBase> {
   void fillCmd(std::span<std::uint32_t> buf) override {
     Sluice::schan_xmsg_user_ message;
     std::memset(&message, 0xFF, sizeof message);
-    fillCmdletHeader(&message, 53, 1, 282, 64);
+    fillCmdletHeader(&message, Sluice::SchanOpcode::exactMatch, 1, 282, 64);
     std::memcpy(buf.data(), &message, sizeof message);
   }
   void readResp(std::span<std::uint32_t const> buf) override { answer = buf[1]; }
@@ -110,7 +112,7 @@ TEST(SchanCmd, FillsItsMessagesHeaderAndTakesItsAnswer) {
   std::vector<std::uint32_t> words(32);
   echo->fillCmdIntoBuf(words);
   EXPECT_EQ((std::vector<std::uint32_t>(words.begin(), words.begin() + 11)),
-            (std::vector<std::uint32_t>{53, 1, 282, 64, 0, 0, 0, 0, 0, 0, 0xFFFFFFFF}));
+            (std::vector<std::uint32_t>{53U << 24 | 64, 282, 1, 0, 0, 0, 0, 0, 0, 0, 0xFFFFFFFF}));
   std::vector<std::uint32_t> const answer{1, 99};
   echo->readRespFromBuf(answer);
   EXPECT_EQ(echo->answer, 99U);

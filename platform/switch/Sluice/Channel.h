@@ -1,0 +1,36 @@
+// The way of commands to the chips of a process.
+//
+// For whoever provides one: commands of one list, and lists one after the other, reach each FAP in the order
+// in which they were sent. The channel belongs to the agent's thread.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/switch/Sluice/SchanCmds.h"
+
+namespace Sluice {
+
+// How the commands of one call went. A command that goes to several FAPs counts once; one that any of them
+// refused is refused, else one that any of them left without an answer is unanswered.
+struct SendOutcome {
+  std::uint64_t commands = 0;
+  std::uint64_t refused = 0;
+  std::uint64_t unanswered = 0;
+  std::uint64_t bulkCommands = 0;  // of the commands, those of bulk transfers
+  std::uint64_t bulkBytes = 0;     // of all FAPs together
+  // The first status other than ok, and the FAPs that gave such a one.
+  SchanStatus status = SchanStatus::ok;
+  Fapmask failed;
+
+  bool ok() const { return status == SchanStatus::ok; }
+};
+
+class Channel : public Dovel::Node {
+ public:
+  // Empties the list: runs each command on the FAPs of its mask, gives it their answers and lets go of it.
+  // Returns when all have answered or are known not to. A null list is nothing to do. FAPs that have no chip
+  // count as unanswered.
+  virtual SendOutcome send(Dovel::Ptr<SchanCmds> const& cmds) = 0;
+};
+
+}  // namespace Sluice
