@@ -8,6 +8,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 #include <type_traits>
@@ -102,10 +103,14 @@ class EntryRecord : public EntryRecordTag {
 
   Key const& entryKey() const { return entryKey_; }
 
+  static constexpr std::uint32_t kDataBytes = Traits::entryDataMaxSize;
+
   // The row as the chip stores it.
   std::span<std::uint8_t const, Traits::entryDataMaxSize> dataBytes() const {
     return std::span<std::uint8_t const, Traits::entryDataMaxSize>(dataByte0_, Traits::entryDataMaxSize);
   }
+  // Takes over kDataBytes bytes.
+  void dataBytesIs(std::uint8_t const* data) { std::memcpy(dataByte0_, data, kDataBytes); }
   std::uint8_t dataByte0(DataByte0Index index) const { return byteAt(index.value()); }
   DataByte0Iterator dataByte0Iterator() const { return DataByte0Iterator(*this); }
 

@@ -73,6 +73,18 @@ class EntryStorage : public Dovel::Tracked<Derived, Entity> {
       found = walked([&] { return map_.interface().next(key, value, hint); });
     }
   }
+  // Calls visit(entry) for each, in the order of the store. Entries may come and go in the call.
+  template <class Visit>
+  void entryCollForEach(Visit&& visit) const {
+    Val value;
+    Vault::IterHint hint;
+    bool found = walked([&] { return map_.interface().first(value, hint); });
+    while (found) {
+      EntryKey const key = value.fwkKey();
+      visit(static_cast<Entry const&>(value));
+      found = walked([&] { return map_.interface().next(key, value, hint); });
+    }
+  }
   // Ends what directWrite() of the map's store has begun. A change like any other.
   void entryCollCommit(Entry const* entry) {
     EntryKey const key = Val(*entry).fwkKey();
@@ -158,7 +170,7 @@ class EntryStorage : public Dovel::Tracked<Derived, Entity> {
     }
   }
   template <class Walk>
-  bool walked(Walk&& walk) {
+  bool walked(Walk&& walk) const {
     try {
       return walk();
     } catch (Dovel::CorruptionDetectedException const& corruption) {

@@ -7,6 +7,10 @@ from . import fieldtypes, layout, rules
 from .catalogue import Catalogue
 
 
+# The numbers that table code knows the modes by.
+SHADOW_MODES = {"full": 2, "partial": 3}
+
+
 @dataclass(frozen=True)
 class KeyMember:
     """`max` is the largest legal value of an array index or of a field; a value key has its `null` there."""
@@ -87,6 +91,7 @@ class Table:
 
     name: str
     namespace: str
+    chip_type: int
     order: int
     family: str
     shape: str
@@ -109,10 +114,26 @@ class Table:
     views: tuple[View, ...]
     presets: tuple[Preset, ...]
     memories: tuple[Memory, ...]
+    blocks: tuple[int, ...]
+    rank: int
+    shared_shadow: bool
+    shadow_mode: int
+    initial_contents: str | None
+    options: int
 
     @property
     def type_name(self) -> str:
         return f"{self.namespace}::{self.name}"
+
+    @property
+    def function_name(self) -> str:
+        """What the names of the table's functions start with."""
+        return self.name[0].lower() + self.name[1:]
+
+    @property
+    def preset_view(self) -> View | None:
+        """The view whose presets are the payload of rows that have no entry."""
+        return next((view for view in self.views if view.presets), None)
 
     @property
     def entry_data_max_size_bits(self) -> int:
@@ -143,7 +164,8 @@ def build(catalogue: Catalogue, name: str) -> Table:
     views = _views(shared.get("views", []))
     record = layout.record(key, data["entryDataMaxSize"], bool(views))
     return Table(
-        name=name, namespace=catalogue.namespace, order=catalogue.names.index(name), family=data["family"],
+        name=name, namespace=catalogue.namespace, chip_type=catalogue.chip.data["chipType"],
+        order=catalogue.names.index(name), family=data["family"],
         shape=rules.key_shape(data), chip_name=data["chipName"], group_name=data.get("groupName"),
         tag=data["tag"], like=data.get("like"), entry_data_max_size=data["entryDataMaxSize"],
         has_parity_support=data.get("hasParitySupport", False),
@@ -151,7 +173,10 @@ def build(catalogue: Catalogue, name: str) -> Table:
         key=key, key_layout=record.key.parts, key_size=record.key.size, key_align=record.key.align,
         view_padding=record.view_padding, entry_padding=record.tail_padding, entry_size=record.size,
         fields=fields, views=views, presets=_presets(shared.get("presets", {}), fields),
-        memories=tuple(_memory(index, memory) for index, memory in enumerate(data.get("memories", []))))
+        memories=tuple(_memory(index, memory) for index, memory in enumerate(data.get("memories", []))),
+        blocks=tuple(data.get("blocks", [])), rank=data.get("rank", 0),
+        shared_shadow=data.get("sharedShadow", False), shadow_mode=SHADOW_MODES[data.get("shadowMode", "full")],
+        initial_contents=data.get("initialContents"), options=data.get("options", 0))
 
 
 def _key_member(member: dict) -> KeyMember:

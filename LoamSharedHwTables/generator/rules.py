@@ -150,6 +150,11 @@ def check_presets(path: str, presets: dict, fields: list[dict], problems: Proble
                          f"an integer, 0 to {(1 << field_type.width) - 1}, for type {field_type.name}")
 
 
+def check_options(table: dict, problems: Problems) -> None:
+    if table.get("options") and "initialContents" not in table:
+        problems.add("options", table["options"], 'none without "initialContents"')
+
+
 def check_memories(table: dict, problems: Problems) -> None:
     memories = table.get("memories", [])
     seen = set()

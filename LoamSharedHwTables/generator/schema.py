@@ -113,6 +113,15 @@ class NameList:
 
 
 @dataclass(frozen=True)
+class NumberList:
+    legal: str = f"a list of one or more integers, 0 to {WORD_MAX}"
+
+    def accepts(self, value: object) -> bool:
+        return (isinstance(value, list) and len(value) > 0
+                and all(Integer(0, WORD_MAX).accepts(item) for item in value))
+
+
+@dataclass(frozen=True)
 class ListOf:
     section: "Section"
 
@@ -126,7 +135,7 @@ class ListOf:
 
 Kind = (
     Integer | Flag | Choice | Text | MemberName | ClassName | TypeName | BitRange | Values | NameList
-    | ListOf)
+    | NumberList | ListOf)
 
 
 @dataclass(frozen=True)
@@ -229,6 +238,18 @@ TABLE = Section("tables", "One table. The file's name is the table's class name.
     Key("tag", _NAME, "Tag that rules look tables up by.", required=False, default="noTag"),
     Key("entryDataMaxSize", Integer(1, 65535), "Bytes of a row's data."),
     Key("hasParitySupport", Flag(), "Whether the memory carries parity or ECC.", families=("direct",)),
+    Key("blocks", NumberList(), "The chip's blocks that the table tells the table manager of, in order; not the"
+        " numbers that commands use.", families=("direct",)),
+    Key("rank", Integer(1, WORD_MAX), "Place among tables that refer to each other: those of lower rank are"
+        " written first. A table without one is written before all that have one.", required=False,
+        families=("direct",)),
+    Key("sharedShadow", Flag(), "Whether one shadow serves all FAPs of the table.", families=("direct",)),
+    Key("shadowMode", Choice(("full", "partial")), "Whether a download writes every row, or only what is"
+        " stored.", required=False, default="full", families=("direct",)),
+    Key("initialContents", ClassName(), "The class in `Jericho3AndAbove` that writes what the table starts"
+        " with. Such a table has a registered factory.", required=False, families=("direct",)),
+    Key("options", Integer(1, 2), "How many of the two option bytes the factory sets. Only with"
+        " `initialContents`.", required=False, default=0, families=("direct",)),
     Key("mdbTableId", Integer(0, WORD_MAX), "Table number in the modular database.", families=("mdbDirect",)),
     Key("mapHashConstant", Integer(0, WORD_MAX),
         "What the hash seed of read-result maps is mixed with, where it is"

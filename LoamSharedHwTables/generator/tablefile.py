@@ -50,6 +50,7 @@ def read_table(path: Path) -> TableFile:
         rules.check_fields("fields", table["fields"], table.get("entryDataMaxSize"), names.RESERVED_FIELDS,
                            problems)
     _check_views(table, problems)
+    rules.check_options(table, problems)
     if "fields" in table:
         check_exact_match(table, table.get("fields", []), problems)
     return file

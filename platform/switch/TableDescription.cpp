@@ -50,4 +50,10 @@ std::vector<TableDescription const*> TableCatalogue::tables() {
   return sorted;
 }
 
+TableDescription const* TableCatalogue::table(std::string_view name) {
+  std::lock_guard const lock(registry().mutex);
+  auto const found = std::ranges::find(registry().tables, name, &TableDescription::name);
+  return found == registry().tables.end() ? nullptr : *found;
+}
+
 }  // namespace LoamAsicUtils

@@ -10,6 +10,8 @@
 
 namespace LoamAsicUtils {
 
+class TableAccess;
+
 enum class TableFamily : std::uint8_t { direct, exactMatch, reg, mdbDirect };
 
 // "direct", "exactMatch", "register" or "mdbDirect".
@@ -69,6 +71,7 @@ struct TableDescription {
   std::span<MemoryDescription const> memories;
   std::span<PresetDescription const> presets;
   std::span<FieldDescription const> fields;
+  TableAccess const* access = nullptr;  // null where a table can only be looked up, not run
 
   std::uint32_t entryDataMaxSizeBits() const { return entryDataMaxSize * 8; }
 };
@@ -90,6 +93,8 @@ class TableCatalogue {
 
   // In catalogue order. The descriptions live as long as their bundle stays loaded.
   static std::vector<TableDescription const*> tables();
+  // Null for a name that no table has.
+  static TableDescription const* table(std::string_view name);
 };
 
 }  // namespace LoamAsicUtils

@@ -29,6 +29,10 @@ class SchanCmd : public Dovel::Node {
   // The bulk transfers that each FAP is to run, in their order; none for a message.
   virtual unsigned int bulkTransferCount() const { return 0; }
   virtual BulkTransfer bulkTransfer(unsigned int /*number*/) const { return {}; }
+
+ private:
+  friend class SchanCmds;
+  SchanCmd* next_ = nullptr;  // in the list that holds the command; itself where it is the last one
 };
 
 // Checks the buffers and leaves the words to the concrete command.

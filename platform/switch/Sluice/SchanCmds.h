@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <vector>
 
 #include "platform/switch/Sluice/SchanCmd.h"
@@ -11,23 +10,27 @@
 
 namespace Sluice {
 
-// First in, first out.
+// First in, first out. A command is in one list at most, so that the links stand in the commands and a list
+// of any length takes no memory of its own.
 class SchanCmds : public Dovel::Tracked<SchanCmds> {
  public:
   ~SchanCmds() override;
 
-  // A null command is a fault of the program and ends the process.
+  // A null command, or one that is in a list, is a fault of the program and ends the process.
   void cmdEnq(Dovel::Ptr<SchanCmd> const& cmd);
   // Removes the oldest command; null when the list is empty.
   Dovel::Ptr<SchanCmd> cmdDeq();
   // Moves all commands of another list to the end of this one, in their order.
   void cmdsEnq(SchanCmds& source);
 
-  std::size_t size() const { return cmds_.size(); }
-  bool empty() const { return cmds_.empty(); }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
 
  private:
-  std::deque<Dovel::Ptr<SchanCmd>> cmds_;
+  // Each command in the list has one use from it.
+  SchanCmd* first_ = nullptr;
+  SchanCmd* last_ = nullptr;
+  std::size_t size_ = 0;
 };
 
 Dovel::Ptr<SchanCmds> schanCmdsFactory();

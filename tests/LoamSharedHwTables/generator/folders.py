@@ -15,6 +15,8 @@ chipName = "ROWS"
 groupName = "RowsHw"
 entryDataMaxSize = 8
 hasParitySupport = false
+blocks = [151]
+sharedShadow = true
 key = [{ name = "value", type = "32-bit", null = 16 }]
 memories = [{ name = "rows", block = 3, address = 0x10, entryCount = 16 }]
 fields = [
@@ -30,6 +32,8 @@ chipName = "TCAM_A.TCAM_B"
 groupName = "Tcam"
 entryDataMaxSize = 6
 hasParitySupport = true
+blocks = [284]
+sharedShadow = false
 key = [{ name = "arrayIndex", type = "8-bit", max = 3 }, { name = "entryIndex", type = "32-bit", max = 99 }]
 memories = [
   { name = "tcamA", block = 3, address = 0x10, arrayCount = 4, entryCount = 100 },

@@ -85,7 +85,8 @@ class FieldTest(FolderTest):
 
 class KeyTest(FolderTest):
     def test_unknown_and_missing_keys(self):
-        keys = ("family, chipName, groupName, tag, entryDataMaxSize, hasParitySupport, like, key, memories,"
+        keys = ("family, chipName, groupName, tag, entryDataMaxSize, hasParitySupport, blocks, rank,"
+                " sharedShadow, shadowMode, initialContents, options, like, key, memories,"
                 " fields, views")
         self.check_cases("Rows", [
             ("hasParitySupport = false", "hasParity = false", [
@@ -126,6 +127,11 @@ class KeyTest(FolderTest):
             ("entryDataMaxSize = 8", "entryDataMaxSize = 65536",
              ["entryDataMaxSize: 65536: an integer, 1 to 65535"]),
             ("= false", "= 0", ["hasParitySupport: 0: true or false"]),
+            ("[151]", "[]", ["blocks: []: a list of one or more integers, 0 to 4294967295"]),
+            ("[151]", "[151, -1]", ["blocks: [151, -1]: a list of one or more integers, 0 to 4294967295"]),
+            ("= true", '= true\nrank = 0', ["rank: 0: an integer, 1 to 4294967295"]),
+            ("= true", '= true\nshadowMode = "half"', ['shadowMode: "half": one of "full", "partial"']),
+            ("= true", '= true\noptions = 1', ['options: 1: none without "initialContents"']),
             ('"RowsHw"', '"Rows Hw"', ['groupName: "Rows Hw": a string of letters, digits and underscores']),
             ('"ROWS"', '"RO\\"WS"',
              ['chipName: "RO\\"WS": a string of letters, digits, underscores and dots']),
@@ -289,7 +295,7 @@ class FileTest(FolderTest):
 
     def test_a_key_given_twice(self):
         [message] = self.problems({"Rows": DIRECT + 'family = "direct"\n'})
-        self.assertRegex(message, r'^Rows\.toml: Rows: line 13: family = "direct": TOML, ')
+        self.assertRegex(message, r'^Rows\.toml: Rows: line 15: family = "direct": TOML, ')
 
     def test_all_errors_of_a_file_are_told_at_once(self):
         text = self.changed(DIRECT, "entryDataMaxSize = 8", "entryDataMaxSize = 7")

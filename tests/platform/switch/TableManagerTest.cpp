@@ -9,13 +9,21 @@ using Hardware::Loam::FapRevision;
 using LoamAsicUtils::HwTableKey;
 using LoamAsicUtils::TableManager;
 
-struct Table : Dovel::Tracked<Table> {};
+class Table : public Dovel::Tracked<Table, LoamAsicUtils::HwCommonTableBase> {
+ public:
+  Table(HwTableKey const& key, Ptr<TableManager> const& manager)
+      : Dovel::Tracked<Table, LoamAsicUtils::HwCommonTableBase>(key.tableName(), key, manager) {}
+  Ptr<Sluice::SchanCmds> download(Dovel::String const& /*fapType*/,
+                                  Sluice::Fapmask const& /*fapmask*/) const override {
+    return nullptr;
+  }
+};
 
 TEST(TableManager, OwnsTablesByNameAndRevision) {
   Ptr<TableManager> const manager = Dovel::ptrIsImpl<TableManager>(nullptr, nullptr, nullptr, nullptr);
   HwTableKey const jericho("TcamHwDirect", FapRevision::fapRevJericho3A0());
   HwTableKey const qumran("TcamHwDirect", FapRevision(Hardware::Loam::FapRevMajor::majorQumran3aA0));
-  Ptr<Dovel::Node> const table = Dovel::ptrIsImpl<Table>();
+  Ptr<LoamAsicUtils::HwCommonTableBase> const table = Dovel::ptrIsImpl<Table>(qumran, manager);
   manager->tableIs(qumran, table);
   EXPECT_EQ(manager->table(qumran), table);
   EXPECT_EQ(manager->table(jericho), nullptr);

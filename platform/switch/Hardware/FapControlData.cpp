@@ -1,0 +1,7 @@
+#include "platform/switch/Hardware/FapControlData.h"
+
+namespace Hardware::Loam {
+
+FapControlData::~FapControlData() { markBeingDestroyed(); }
+
+}  // namespace Hardware::Loam

@@ -1,0 +1,7 @@
+#include "platform/switch/LoamMdb/TableManager.h"
+
+namespace LoamMdb {
+
+TableManager::~TableManager() { markBeingDestroyed(); }
+
+}  // namespace LoamMdb
