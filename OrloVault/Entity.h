@@ -10,6 +10,11 @@ namespace OrloVault {
 
 class Entity : public Orlo::Entity {
  public:
+  // The attributes that are published: the collection, with the key of the entry that has changed, and its
+  // control, with the former one.
+  static constexpr std::uint32_t kEntryColl = 258;
+  static constexpr std::uint32_t kEntryCollControl = 259;
+
   // What was asked of the collection. Changes: before and after, the second also for what is committed.
   struct Counters {
     std::uint64_t writes = 0;

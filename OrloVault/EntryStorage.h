@@ -23,8 +23,8 @@ class EntryStorage : public Dovel::Tracked<Derived, Entity> {
   using EntryKey = typename Ops::Key;
   using Map = OrloVaultMap<EntryStorage, Val, EntryKey, Ops>;
 
-  static constexpr std::uint32_t kEntryColl = 258;
-  static constexpr std::uint32_t kEntryCollControl = 259;
+  using Entity::kEntryColl;
+  using Entity::kEntryCollControl;
 
   // The record of the key, the default one where there is none; until the next call.
   Entry const& entryColl(EntryKey const& key) const {

@@ -39,6 +39,10 @@ static_assert(kGroups.back().lastChipType + 1 == kChipTypes);
 
 }  // namespace
 
+Dovel::String stringValue(FapType fapType) {
+  return Dovel::String("generation").append(std::to_string(static_cast<unsigned>(fapType)));
+}
+
 FapType chipTypeToFapType(ChipType chipType) {
   auto const number = static_cast<unsigned>(chipType);
   for (Group const& group : kGroups)

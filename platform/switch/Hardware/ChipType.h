@@ -33,6 +33,9 @@ enum class FapType : std::uint8_t {
   generation5,
 };
 
+// The generation's name: "generation4".
+Dovel::String stringValue(FapType fapType);
+
 // The core of a FAP that a command of the modular database addresses.
 enum class CoreInfo : std::uint8_t {};
 

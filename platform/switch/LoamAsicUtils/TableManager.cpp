@@ -1,5 +1,6 @@
 #include "platform/switch/LoamAsicUtils/TableManager.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace LoamAsicUtils {
@@ -31,6 +32,14 @@ void TableManager::tableDel(HwTableKey const& key) {
   // The table may be the last to hold this manager, which must not go while its map is being changed.
   Dovel::Ptr<TableManager> const self(this);
   auto const taken = tableColl_.extract(key);
+}
+
+std::vector<Dovel::Ptr<HwCommonTableBase>> TableManager::tablesByRank() const {
+  std::vector<Dovel::Ptr<HwCommonTableBase>> tables;
+  for (auto const& [key, table] : tableColl_) tables.push_back(table);
+  std::ranges::sort(tables, {},
+                    [](auto const& table) { return std::pair(table->tableRank(), table->name().view()); });
+  return tables;
 }
 
 std::vector<Hardware::Block> TableManager::tableShadowInfo(HwTableKey const& key) const {

@@ -54,6 +54,10 @@ class TableManager : public Dovel::Tracked<TableManager> {
   // A table holds its manager, so each has to be taken out for both to go.
   void tableDel(HwTableKey const& key);
 
+  // The tables in the order in which writes go to them: by ascending rank, those without one first, and by
+  // name. Deletes go the other way round.
+  std::vector<Dovel::Ptr<HwCommonTableBase>> tablesByRank() const;
+
   // In which blocks of the chip the shadows of a table have their rows, in the order in which it told them.
   std::vector<Hardware::Block> tableShadowInfo(HwTableKey const& key) const;
   void tableShadowInfoIs(HwTableKey const& key, Hardware::Block block);

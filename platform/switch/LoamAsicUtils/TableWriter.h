@@ -1,0 +1,91 @@
+// Brings the chips in line with the stores of the tables: the only party between the two. It watches every
+// shadow of its manager's tables, keeps the keys that were published and not yet sent, and turns each into
+// commands made from what the store holds by then, so that an entry which was written often costs one write.
+//
+// Keys are sent when there are kFlushKeys of them, before every operation that touches the chips, and when
+// flush() is called, as it should be when an agent pauses. Writes go to tables of lower rank first, so that
+// nothing on the chip ever refers to what isn't there; then deletes, the other way round.
+//
+// Belongs to the thread of the tables' agent.
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+
+#include "platform/switch/LoamAsicUtils/KeyList.h"
+#include "platform/switch/LoamAsicUtils/TableManager.h"
+#include "platform/switch/Sluice/Channel.h"
+
+namespace LoamAsicUtils {
+
+class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatcher {
+ public:
+  static constexpr std::size_t kFlushKeys = 1024;
+
+  // What was sent for a table.
+  struct Figures {
+    std::uint64_t writes = 0;   // keys
+    std::uint64_t deletes = 0;  // keys
+    std::uint64_t commands = 0;
+    std::uint64_t refused = 0;     // of the commands
+    std::uint64_t unanswered = 0;  // of the commands
+    std::uint64_t downloadCommands = 0;
+    std::uint64_t downloadBytes = 0;
+  };
+  // What the chip last answered for a key, where that was an error.
+  struct Refusal {
+    Sluice::SchanStatus status;
+    Sluice::Fapmask fapmask;  // the FAPs that gave it, or another one
+  };
+  using Refusals = std::unordered_map<KeyImage, Refusal, KeyImageHash>;
+
+  // Watches the manager's shadows from now on; those that are there already are not seen.
+  TableWriter(Dovel::Ptr<TableManager> const& manager, Dovel::Ptr<Sluice::Channel> const& channel);
+  // Closes.
+  ~TableWriter() override;
+
+  // Sends what is left and watches no longer; stores and chips stay as they are.
+  void close();
+
+  // Sends all keys. Without effect in the middle of a flush.
+  void flush();
+  std::size_t dirtyKeys() const { return dirtyKeys_; }
+
+  // Each of these sends all keys first.
+
+  // Writes the table's shadows to the chips of the mask.
+  Sluice::SendOutcome download(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask);
+  // Empties the shadows of the key's FAPs and clears those chips.
+  Sluice::SendOutcome clear(HwCommonShadowTableBase& table, HwShadowKey key);
+  // Clears the table on the chips of the mask; the shadows keep their entries.
+  Sluice::SendOutcome clearFaps(HwDirectTableBase& table, Sluice::Fapmask const& fapmask);
+
+  Figures figures(HwCommonTableBase const& table) const;
+  // Of a shadow that is watched; empty for others.
+  Refusals const& refusals(HwShadowBase const& shadow) const;
+  // The keys of a partly written table that were sent: the rows of the chip that are the table's.
+  std::vector<KeyImage> const& touchedKeys(HwShadowBase const& shadow) const;
+
+  void shadowComes(HwCommonShadowTableBase& table, HwShadowBase& shadow) override;
+  void shadowGoes(HwCommonShadowTableBase& table, HwShadowBase& shadow) override;
+
+ private:
+  class Watch;
+  class Ignoring;
+
+  Watch const* watchOf(HwShadowBase const& shadow) const;
+  void keyIsDirty();
+  void sendWrites(Watch& watch);
+  void sendDeletes(Watch& watch);
+  void sendKey(Watch& watch, KeyImage const& key);
+  Sluice::SendOutcome send(HwCommonTableBase const& table, Dovel::Ptr<Sluice::SchanCmds> const& cmds);
+
+  Dovel::Ptr<TableManager> manager_;
+  Dovel::Ptr<Sluice::Channel> channel_;
+  std::vector<std::unique_ptr<Watch>> watches_;  // by ascending rank of their tables
+  std::unordered_map<HwTableKey, Figures, HwTableKeyHash> figures_;
+  std::size_t dirtyKeys_ = 0;
+  bool flushing_ = false;
+};
+
+}  // namespace LoamAsicUtils
