@@ -67,6 +67,24 @@ TEST_F(ChipFile, KeepsTheRowsOfEachFapForTheNextLife) {
   EXPECT_EQ(chip->resets(0), 0U);
 }
 
+TEST_F(ChipFile, BeginsWithTheHeaderThatIsDocumented) {
+  write(*opened(), 1);
+  std::string const bytes = contentOf(path);
+  auto const number = [&bytes](std::size_t at, std::size_t size) {
+    std::uint64_t value = 0;
+    std::memcpy(&value, &bytes.at(at), size);
+    return value;
+  };
+  EXPECT_EQ(bytes.substr(kMagic, 8), "HWTLCHIP");
+  EXPECT_EQ(number(kVersion, 4), 1U);
+  EXPECT_EQ(number(kHeaderSize, 4), kRows);
+  EXPECT_EQ(number(kFileSize, 8), bytes.size());
+  EXPECT_EQ(number(kFingerprint, 8), Chip::ChipMemoryMap::fingerprint());
+  EXPECT_EQ(number(kLife, 4), 1U);
+  std::size_t const row = kRows + Chip::ChipMemoryMap::find(kAds.block, kAds.row)->storedAt;
+  EXPECT_EQ(std::memcmp(&bytes.at(row), rowOf(kAds, 1).data(), kAds.rowBytes), 0);
+}
+
 TEST_F(ChipFile, StaysBlankWhereNothingWasWritten) {
   EXPECT_EQ(answerTo(*opened(), readOf(kAds)).status, SchanStatus::ok);
   EXPECT_FALSE(opened()->programmed(0));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -75,6 +77,22 @@ TEST(ResponseSlots, AResetBeforeTheCommandSetsNothingFree) {
   slots.putAside(slots.take(), 3, 7);
   slots.lookAgain(resetsAre(7));
   EXPECT_EQ(slots.aside().size(), 1U);
+}
+
+TEST(ResponseSlots, AnAnswerOfAnotherThreadIsWholeWhenItIsSeen) {
+  ResponseSlots slots;
+  std::vector<SchanResponse*> owed;
+  for (unsigned number = 0; number < 2000; ++number) owed.push_back(&slots.take());
+  std::thread chip([&owed] {
+    for (unsigned number = 0; number < owed.size(); ++number)
+      responseIs(*owed[number], {.status = SchanStatus::ok, .image = {number, 0, 0, 0, 0, number}});
+  });
+  for (unsigned number = 0; number < owed.size(); ++number) {
+    while (!isAnswered(*owed[number])) std::this_thread::yield();
+    EXPECT_EQ(owed[number]->image[0], number);
+    EXPECT_EQ(owed[number]->image[5], number);
+  }
+  chip.join();
 }
 
 }  // namespace
