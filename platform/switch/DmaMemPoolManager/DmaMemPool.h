@@ -34,6 +34,11 @@ class DmaMemPoolManager : public Dovel::Node {
   virtual DmaAddrInfo bufferTake() = 0;
   // Gives a valid buffer of bufferTake() back.
   virtual void bufferGive(DmaAddrInfo const& info) = 0;
+  // Where those bytes stand in this process, for models of chips that live in it; null unless all of them lie
+  // in one buffer of the pool. A pool that no model may look into keeps it at that.
+  virtual unsigned char* dmaToVa(std::uint64_t /*dmaAddress*/, std::size_t /*bytes*/) const {
+    return nullptr;
+  }
 };
 
 class DmaMemPoolBuffer : public Dovel::Tracked<DmaMemPoolBuffer> {
@@ -64,11 +69,16 @@ class DmaMemPoolBuffer : public Dovel::Tracked<DmaMemPoolBuffer> {
 // has none.
 Dovel::Ptr<DmaMemPoolBuffer> dmaMemPoolBufferFactory(Dovel::Ptr<DmaMemPoolManager> const& pool);
 
-// A pool of `count` buffers of `bufSize` bytes in memory of this process; its DMA addresses start at
-// dmaStart, one buffer after the other. Throws Dovel::MemoryResourceException where there is no such memory.
-// A pool of buffers without bytes has none to give.
-Dovel::Ptr<DmaMemPoolManager> localMemPoolFactory(Dovel::String const& name, std::size_t bufSize,
-                                                  std::size_t count, std::uint64_t dmaStart);
+inline constexpr std::size_t kDefaultBufSize = 65536;
+inline constexpr std::size_t kDefaultCount = 256;
+// Above what a process can have for addresses of its own: one that is taken for the other leads nowhere.
+inline constexpr std::uint64_t kDefaultDmaStart = std::uint64_t{1} << 60;
+
+// A LocalMemPool (platform/switch/DmaMemPoolManager/LocalMemPool.h) and what its constructor throws.
+Dovel::Ptr<DmaMemPoolManager> localMemPoolFactory(Dovel::String const& name,
+                                                  std::size_t bufSize = kDefaultBufSize,
+                                                  std::size_t count = kDefaultCount,
+                                                  std::uint64_t dmaStart = kDefaultDmaStart);
 
 }  // namespace DmaMemPoolManager
 

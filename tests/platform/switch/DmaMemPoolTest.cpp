@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <array>
 #include <cstring>
 #include <limits>
 #include <thread>
 #include <vector>
 
-#include "platform/switch/DmaMemPoolManager/DmaMemPool.h"
+#include "platform/switch/DmaMemPoolManager/LocalMemPool.h"
 #include "runtime/Dovel/Exception.h"
 
 namespace {
@@ -54,6 +57,89 @@ TEST(DmaMemPool, BuffersLieApartInBothAddressSpaces) {
     EXPECT_EQ(held[number]->va()[0], number);
     EXPECT_EQ(held[number]->va()[63], number);
   }
+}
+
+Ptr<DmaMemPoolManager::LocalMemPool> poolOf(std::size_t bufSize, std::size_t count) {
+  return Dovel::ptrIsImpl<DmaMemPoolManager::LocalMemPool>("download", bufSize, count, kDmaStart);
+}
+
+bool isCommitted(unsigned char const* page) {
+  unsigned char resident = 0;
+  EXPECT_EQ(::mincore(const_cast<unsigned char*>(page), 1, &resident), 0);
+  return (resident & 1) != 0;
+}
+
+TEST(DmaMemPool, HasRoomForALargeDownloadByDefaultAndTakesMemoryOnFirstUse) {
+  Ptr<Pool> const pool = localMemPoolFactory("download");
+  std::vector<Ptr<Buffer>> held;
+  for (unsigned number = 0; number < 256; ++number) held.push_back(dmaMemPoolBufferFactory(pool));
+  EXPECT_FALSE(dmaMemPoolBufferFactory(pool)->valid());
+  for (auto const& buffer : held) {
+    ASSERT_TRUE(buffer->valid());
+    EXPECT_EQ(buffer->bufSize(), 65536U);
+    EXPECT_FALSE(isCommitted(buffer->va()));
+    EXPECT_NE(buffer->dmaAddrInfo().dmaAddress, buffer->dmaAddrInfo().vaAddress);
+  }
+  held.front()->va()[0] = 1;
+  EXPECT_TRUE(isCommitted(held.front()->va()));
+  EXPECT_FALSE(isCommitted(held.back()->va()));
+}
+
+TEST(DmaMemPool, StartsAtAPage) {
+  auto const page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+  EXPECT_EQ(poolOf(100, 3)->bufferTake().vaAddress % page, 0U);
+}
+
+TEST(DmaMemPool, TheCursorOfABufferThatIsTakenAgainIsAtItsStart) {
+  Ptr<Pool> const pool = poolOf(64, 1);
+  dmaMemPoolBufferFactory(pool)->incVaCursor(64);
+  Ptr<Buffer> const again = dmaMemPoolBufferFactory(pool);
+  ASSERT_TRUE(again->valid());
+  EXPECT_EQ(again->vaCursor(), again->va());
+}
+
+TEST(DmaMemPool, FailsTheRequestThatItIsToldToAndNoOther) {
+  auto const pool = poolOf(64, 4);
+  auto const requests = [&] {
+    std::array<bool, 4> got{};
+    for (bool& one : got) one = dmaMemPoolBufferFactory(pool)->valid();
+    return got;
+  };
+  pool->failNthIs(3);
+  EXPECT_EQ(requests(), (std::array{true, true, false, true}));
+  pool->failNthIs(1);
+  EXPECT_EQ(requests(), (std::array{false, true, true, true}));
+  pool->failNthIs(2);
+  pool->failNthIs(0);
+  EXPECT_EQ(requests(), (std::array{true, true, true, true}));
+}
+
+TEST(DmaMemPool, CountsWhatWasTakenAndWhatCouldNotBe) {
+  auto const pool = poolOf(64, 2);
+  Ptr<Buffer> const one = dmaMemPoolBufferFactory(pool);
+  Ptr<Buffer> const two = dmaMemPoolBufferFactory(pool);
+  dmaMemPoolBufferFactory(pool);
+  EXPECT_EQ(pool->taken(), 2U);
+  EXPECT_EQ(pool->failed(), 1U);
+  EXPECT_EQ(pool->freeBuffers(), 0U);
+}
+
+TEST(DmaMemPool, LeadsFromADmaAddressToTheBytesOfOneBuffer) {
+  auto const pool = poolOf(64, 2);
+  DmaMemPoolManager::DmaAddrInfo const first = pool->bufferTake();
+  DmaMemPoolManager::DmaAddrInfo const second = pool->bufferTake();
+  auto const va = [](DmaMemPoolManager::DmaAddrInfo const& info, std::uint64_t at) {
+    return reinterpret_cast<unsigned char*>(info.vaAddress + at);
+  };
+  EXPECT_EQ(pool->dmaToVa(first.dmaAddress, 64), va(first, 0));
+  EXPECT_EQ(pool->dmaToVa(first.dmaAddress + 60, 4), va(first, 60));
+  EXPECT_EQ(pool->dmaToVa(second.dmaAddress + 1, 63), va(second, 1));
+  EXPECT_EQ(pool->dmaToVa(first.dmaAddress + 60, 5), nullptr);
+  EXPECT_EQ(pool->dmaToVa(first.dmaAddress - 1, 1), nullptr);
+  EXPECT_EQ(pool->dmaToVa(second.dmaAddress + 64, 1), nullptr);
+  EXPECT_EQ(pool->dmaToVa(second.dmaAddress, ~std::size_t{0}), nullptr);
+  EXPECT_EQ(pool->dmaToVa(first.vaAddress, 1), nullptr);
+  EXPECT_EQ(poolOf(0, 2)->dmaToVa(kDmaStart, 0), nullptr);
 }
 
 TEST(DmaMemPool, TheCursorMovesWithTheBytesWritten) {
