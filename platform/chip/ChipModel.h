@@ -13,8 +13,8 @@
 
 namespace Chip {
 
-// For tests that watch what a chip holds. Calls come from within the chip's own, which is not to be used
-// there.
+// For tests that watch what a chip holds. Calls come in the middle of the chip's own, so it is given nothing
+// to do there.
 class ChipObserver {
  public:
   virtual ~ChipObserver() = default;
