@@ -13,6 +13,8 @@ inline std::atomic<std::uint64_t> allocations{0};
 }  // namespace TestSupport
 
 extern "C" void* __libc_malloc(std::size_t size);
+// One source includes it, and it can be no inline function: it takes the place of the library's.
+// NOLINTNEXTLINE(misc-definitions-in-headers)
 extern "C" void* malloc(std::size_t size) {
   TestSupport::allocations.fetch_add(1, std::memory_order_relaxed);
   return __libc_malloc(size);
