@@ -1,5 +1,6 @@
 // The hwtables program: parses the command line, runs one command. Exits 0 on success, 1 where the command
-// failed, 2 where it was not understood; ends by SIGPIPE, as any filter does, when its reader goes away.
+// failed, 2 where it was not understood, or what a command tells of; ends by SIGPIPE, as any filter does,
+// when its reader goes away.
 #include <fmt/format.h>
 
 #include <CLI/App.hpp>
@@ -11,6 +12,7 @@
 #include "host/CatalogueCommand.h"
 #include "host/FastLogCommand.h"
 #include "host/Output.h"
+#include "host/RunCommand.h"
 #include "host/StoreCommand.h"
 
 namespace {
@@ -42,6 +44,7 @@ int run(int argc, char** argv) {
   int exitCode = 0;
   Host::addCatalogueCommand(app, exitCode);
   Host::addFastLogCommand(app, exitCode);
+  Host::addRunCommand(app, exitCode);
   Host::addStoreCommand(app, exitCode);
   try {
     app.parse(argc, argv);
