@@ -14,6 +14,7 @@
 #include "host/Output.h"
 #include "host/RunCommand.h"
 #include "host/StoreCommand.h"
+#include "host/TableCommand.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ int run(int argc, char** argv) {
   Host::addFastLogCommand(app, exitCode);
   Host::addRunCommand(app, exitCode);
   Host::addStoreCommand(app, exitCode);
+  Host::addTableCommand(app, exitCode);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& outcome) {
