@@ -32,7 +32,7 @@ SchanStatus statusOf(Json const& given) {
     if (given["status"] == name) return status;
     names.push_back(name);
   }
-  throwUnknown("chip-fault", "status", textOf(given["status"]), names);
+  throwUnknown("chip-fault", "status", givenName(given["status"]), names);
 }
 
 void oneFault(ControlPlane& plane, Json const& given, Sluice::FapId fap, ChipFault::Kind kind) {
@@ -82,7 +82,7 @@ std::vector<ChipFaultKind> const& chipFaultKinds() {
 }
 
 void setChipFault(ControlPlane& plane, Json const& given, Sluice::FapId fap, LiveTable const* table) {
-  std::string const kind = given["kind"].is_string() ? given["kind"].get<std::string>() : "";
+  std::string const kind = givenName(given["kind"]);
   if (kind == "refuse") return oneFault(plane, given, fap, ChipFault::Kind::refuse);
   if (kind == "loseAnswer") return oneFault(plane, given, fap, ChipFault::Kind::loseAnswer);
   if (kind == "lateAnswer") return oneFault(plane, given, fap, ChipFault::Kind::lateAnswer);
@@ -94,7 +94,7 @@ void setChipFault(ControlPlane& plane, Json const& given, Sluice::FapId fap, Liv
   if (kind == "none") return plane.chip().faults().faultsDel();
   std::vector<std::string_view> names;
   for (ChipFaultKind const& one : chipFaultKinds()) names.push_back(one.name);
-  throwUnknown("chip-fault", "kind", kind.empty() ? textOf(given["kind"]) : kind, names);
+  throwUnknown("chip-fault", "kind", kind, names);
 }
 
 }  // namespace Host

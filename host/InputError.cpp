@@ -17,4 +17,8 @@ std::string textOf(Json const& value) {
   return oneLine(value.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
+std::string givenName(Json const& value) {
+  return value.is_string() ? value.get<std::string>() : textOf(value);
+}
+
 }  // namespace Host

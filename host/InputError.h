@@ -23,7 +23,8 @@ class InputError : public Dovel::RuntimeException {
 [[noreturn]] void throwUnknown(std::string_view where, std::string_view what, std::string_view given,
                                std::vector<std::string_view> const& names);
 
-// A value as it was given, on one line.
+// A value as it was given, on one line; givenName() gives a text without its quotes.
 std::string textOf(Json const& value);
+std::string givenName(Json const& value);
 
 }  // namespace Host

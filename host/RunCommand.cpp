@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "host/Bundle.h"
+#include "host/ChipFaultOperation.h"
 #include "host/ProgressBar.h"
 #include "host/RunOperations.h"
 #include "host/RunReport.h"
@@ -44,6 +45,7 @@ struct Options {
   bool json = false;
   bool serves = false;
   bool keepsGoing = false;
+  bool listsOperations = false;
 };
 
 // "A0" for the chip of the bundle.
@@ -147,6 +149,23 @@ int runFiles(Options const& options) {
   }
 }
 
+// A line each; members that may be left out stand in brackets.
+int printOperations() {
+  Output output;
+  for (auto const& operation : RunOperations::operations()) {
+    std::string line = fmt::format("{:<10}", operation.name);
+    for (auto const& member : operation.members)
+      line += member.required ? fmt::format(" {}", member.name) : fmt::format(" [{}]", member.name);
+    output.line(line.substr(0, line.find_last_not_of(' ') + 1));
+  }
+  output.line("");
+  output.line("kinds of chip-fault");
+  for (ChipFaultKind const& kind : chipFaultKinds())
+    output.line(fmt::format("{:<15} {}", kind.name, kind.does));
+  output.finish();
+  return 0;
+}
+
 std::vector<std::string> revisionNames() {
   std::vector<std::string> names;
   for (auto const& [name, revision] : revisions()) names.push_back(name);
@@ -177,7 +196,13 @@ void addRunCommand(CLI::App& app, int& exitCode) {
   command->add_option("--bundle", options->bundle, "Load this bundle instead of the built one")
       ->type_name("FILE")
       ->envname("HWTABLES_BUNDLE");
+  command->add_flag("--operations", options->listsOperations,
+                    "Print the operations with their members, and exit");
   command->callback([options, &exitCode] {
+    if (options->listsOperations) {
+      exitCode = printOperations();
+      return;
+    }
     if (options->files.empty()) options->files.emplace_back("-");
     exitCode = runFiles(*options);
   });

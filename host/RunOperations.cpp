@@ -17,6 +17,7 @@ namespace {
 
 using LoamAsicUtils::HwShadowKey;
 using LoamAsicUtils::KeyImage;
+using LoamAsicUtils::TableCatalogue;
 using Sluice::FapId;
 using Sluice::Fapmask;
 
@@ -215,9 +216,13 @@ LiveTable const& RunOperations::tableOf(Json const& given) const {
   LiveTable const* const found =
       name.is_string() ? plane_.table(name.get_ref<std::string const&>()) : nullptr;
   if (found != nullptr) return *found;
+  if (auto const* const other = name.is_string() ? TableCatalogue::table(name.get<std::string>()) : nullptr) {
+    throw InputError(
+        fmt::format("{}: tables of the family {} are not run", other->name, stringValue(other->family)));
+  }
   std::vector<std::string_view> names;
   for (LiveTable const& table : plane_.tables()) names.push_back(table.name());
-  throwUnknown("", "table", name.is_string() ? name.get<std::string>() : textOf(name), names);
+  throwUnknown("", "table", givenName(name), names);
 }
 
 std::vector<LiveTable const*> RunOperations::tablesOf(Json const& given) const {

@@ -27,7 +27,6 @@ class RunOperations {
   // Called once in a while in long operations.
   void whileBusy(std::function<void()> call) { busy_ = std::move(call); }
 
-  // Of one operation, for the manual.
   struct Member {
     std::string_view name;
     bool required;
