@@ -63,8 +63,9 @@ def route_rows(switch):
 def one_route(memories, number, group, prefix, offset):
     table, rows = memories["bucket"]
     next_hop = group["next_hop"] + offset % 256
+    low_address = int(prefix.network_address) & 0xffffffff
     yield row(table, index(number, rows),
-              {"data0": group["tenant"], "data1": next_hop, "data2": int(prefix.network_address) & 0xffffffff})
+              {"data0": group["tenant"], "data1": next_hop, "data2": low_address})
     low, high, half = memories["data"]
     yield row(low if number < half else high, {"value": number % half},
               {"rpbAdsBdata": next_hop, "rpbAdsBlength": prefix.prefixlen,
@@ -81,13 +82,15 @@ def tunnel_rows(switch):
         field = {"ipv4A": int(address)} if address.version == 4 else {"sourceAddress": hex(int(address))}
         yield row("SrcAddrMapHwDirect", {"value": number}, field)
     for leaf in range(switch["tunnels"]["remote_leaves"]):
-        yield row("EgrAddHdrProfMapHwDirect", {"value": 160 + leaf}, {"additionalHeadersProfile": 8 + leaf % 8})
+        yield row("EgrAddHdrProfMapHwDirect", {"value": 160 + leaf},
+                  {"additionalHeadersProfile": 8 + leaf % 8})
     yield row("MainHdrProfMapHwDirect", {"value": 12},
               {"setStartCurrentNextProtocol": 1, "startCurrentNextProtocol": 5,
                "addAditionalHeadersPacketSize": 1, "additionalHeadersPacketSizeInBytes": 50})
     yield row("EmAccessCmdHwDirect", {"value": 8},
               {"esem1Valid": 1, "esem1Program": 4, "esem1DefaultResultProfile": 3})
-    yield row("EsemDefaultResultHwDirect", {"value": 3}, {"outLifProfile": 9, "vlanEditProfile": 1, "resultType": 9})
+    yield row("EsemDefaultResultHwDirect", {"value": 3},
+              {"outLifProfile": 9, "vlanEditProfile": 1, "resultType": 9})
 
 
 def trap_and_mirror_rows(switch):

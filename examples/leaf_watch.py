@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Reads the tables of a running control plane again and again, as any other process may, and compares every row
-that it finds with the operations that wrote it. Prints a line a round. Ends at SIGTERM; exits 1 where a row was
-wrong.
+"""Reads the tables of a running control plane again and again, as any other process may, and compares every
+row that it finds with the operations that wrote it. Prints a line a round. Ends at SIGTERM; exits 1 where a
+row was wrong.
 
 Usage: examples/leaf_watch.py HWTABLES leaf-switch.jsonl
 """
@@ -59,8 +59,8 @@ def main():
     expected = expected_rows(path)
     while True:
         rows, wrong = read_round(hwtables, expected)
-        print(f"{rows} rows read by another process: " + (f"WRONG: {wrong[0]}" if wrong else "each as it was written"),
-              flush=True)
+        verdict = f"WRONG: {wrong[0]}" if wrong else "each as it was written"
+        print(f"{rows} rows read by another process: {verdict}", flush=True)
         if wrong:
             return 1
 

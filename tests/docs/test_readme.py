@@ -1,5 +1,5 @@
-"""What the README and the manual of runs show is what one gets: their commands are run, and the code is that of the
-example."""
+"""What the README and the manual of runs show is what one gets: their commands are run, and the code is that
+of the example."""
 
 import os
 import pathlib

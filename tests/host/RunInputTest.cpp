@@ -74,11 +74,13 @@ constexpr Refusal kRefusals[] = {
      "a "
      "text"},
     {"wideFieldOutOfRange",
-     R"({"op":"set","table":"EsemDefaultResultHwDirect","key":{"value":1},"fields":{"esemDefaultResult":"0x40000000000000000000000"}})",
+     R"({"op":"set","table":"EsemDefaultResultHwDirect","key":{"value":1},)"
+     R"("fields":{"esemDefaultResult":"0x40000000000000000000000"}})",
      R"(EsemDefaultResultHwDirect: field esemDefaultResult: "0x40000000000000000000000" is not 0x0 to )"
      "0x3ffffffffffffffffffffff, in hex as a text"},
     {"contradiction",
-     R"({"op":"set","table":"SrcAddrMapHwDirect","key":{"value":1},"fields":{"ipv4B":4,"sourceAddress":"0x5"}})",
+     R"({"op":"set","table":"SrcAddrMapHwDirect","key":{"value":1},)"
+     R"("fields":{"ipv4B":4,"sourceAddress":"0x5"}})",
      "SrcAddrMapHwDirect: fields ipv4B and sourceAddress contradict each other: they share bits 32 to 63"},
     {"noView", R"({"op":"set","table":"TcamHwDirect","key":{"arrayIndex":0,"entryIndex":4}})",
      "TcamHwDirect: view null: a row is one of MdbkKapsaRpbCommandEntry, MdbkKapsaRpbEntry, "
@@ -88,7 +90,8 @@ constexpr Refusal kRefusals[] = {
     {"viewOfATableWithout", R"({"op":"set","table":"SmallAdsHwDirect","key":{"value":1},"view":"X"})",
      R"(SmallAdsHwDirect: view "X": the table has no views)"},
     {"fieldOfAnotherView",
-     R"({"op":"set","table":"TcamHwDirect","key":{"arrayIndex":0,"entryIndex":4},"view":"MdbkKapsaRpbEntry","fields":{"cmdValid":1}})",
+     R"({"op":"set","table":"TcamHwDirect","key":{"arrayIndex":0,"entryIndex":4},)"
+     R"("view":"MdbkKapsaRpbEntry","fields":{"cmdValid":1}})",
      "MdbkKapsaRpbEntry: there is no field cmdValid; the nearest: data"},
     {"fapOutOfRange", R"({"op":"download","fap":1})", "fap: 1 is not 0 to 0"},
     {"fapOfASharedTable", R"({"op":"set","table":"SmallAdsHwDirect","key":{"value":1},"fap":0})",

@@ -14,7 +14,8 @@ class TableCommand : public testing::Test {
         {R"({"op":"set","table":"SmallAdsHwDirect","key":{"value":300},"fields":{"ecc":1}})",
          R"({"op":"set","table":"SmallAdsHwDirect","key":{"value":7},"fields":{"ecc":2}})",
          R"({"op":"set","table":"VttInPpPortConfig0HwDirect","fap":1,"key":{"value":7},"fields":{"ecc":3}})",
-         R"({"op":"set","table":"TcamHwDirect","key":{"arrayIndex":1,"entryIndex":4},"view":"MdbkKapsaRpbReadReplyEntry","fields":{"rdValid":2}})"},
+         R"({"op":"set","table":"TcamHwDirect","key":{"arrayIndex":1,"entryIndex":4},)"
+         R"("view":"MdbkKapsaRpbReadReplyEntry","fields":{"rdValid":2}})"},
         "--faps 2");
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
   }
