@@ -96,9 +96,12 @@ bool ReaderLifecycle::replaced() const {
 
 bool ReaderLifecycle::followResize() const {
   try {
-    bool const slotsMoved = slots().doResize();
-    return buckets_.doResize() || slotsMoved;
+    bool moved = false;
+    // The slots have to be those of the version that is kept, or newer ones.
+    while (slots().doResize() || buckets_.doResize()) moved = true;
+    return moved;
   } catch (Dovel::Exception const&) {
+    buckets_.versionIsUnknown();
     // The files of a generation that has ended no longer are where their names lead.
     if (isReplaced()) return true;
     throw;

@@ -43,7 +43,9 @@ class ReaderLifecycle {
   bool replaced() const;
   // Whether the mapped files are those that the names lead to, of the generation that is attached.
   bool isInPlace() const;
-  [[gnu::always_inline]] bool isCurrent() const { return slots().isCurrent() && buckets_.isCurrent(); }
+  // Whether nothing was resized since followResize(). The version of the buckets tells of slots, too; that of
+  // the slots shares its line with the lookaside slot, which each overwrite takes from all readers.
+  [[gnu::always_inline]] bool isCurrent() const { return buckets_.isCurrent(); }
   bool followResize() const;
 
   Dovel::Platform::DebugHandler const handler_;

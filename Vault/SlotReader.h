@@ -35,23 +35,34 @@ class SlotReaderTable : public SlotReaderTableCommon {
     return slots_ + std::size_t{index} * kShape.slotCells();
   }
 
-  // Copies the key and, where the hash is the wanted one, the whole value to `out`.
-  [[gnu::always_inline]] Step readStep(Mem::Cell const* cells, std::uint32_t wantedHash, void* out) {
-    Step step{};
-    step.link = readConsistently(cells, [&](Mem::Cell const* from) {
-      step.hash = hashIn(from);
-      if (step.hash == wantedHash) copyOut<Ops::valueSize>(from, out);
-      copyOut<sizeof(Key)>(from, &step.key);
+  // Copies the key and, where it is wanted of a slot with such a hash, the whole value to `out`.
+  template <class Wants>
+  [[gnu::always_inline]] Step readStep(Mem::Cell const* cells, Wants const& wants, void* out) {
+    std::uint32_t hash;
+    Key key;
+    SlotLink const link = readConsistently(cells, [&](Mem::Cell const* from) {
+      hash = hashIn(from);
+      if (wants(hash)) copyOut<Ops::valueSize>(from, out);
+      copyOut<sizeof(Key)>(from, &key);
     });
-    return step;
+    return {link, hash, key};
   }
 
-  // Copies the whole value.
+  // Copies the whole value and marks it as the one that was read last.
   [[gnu::always_inline]] SlotLink readValue(Mem::Cell const* cells, void* out) {
-    return readConsistently(cells, [&](Mem::Cell const* from) { copyOut<Ops::valueSize>(from, out); });
+    SlotLink const link =
+        readConsistently(cells, [&](Mem::Cell const* from) { copyOut<Ops::valueSize>(from, out); });
+    anchorIs(cells, link);
+    return link;
   }
 
-  static SlotLink linkIn(Mem::Cell const& cell) {
+  // Marks what was copied from there, under that link, as the value that was read last.
+  [[gnu::always_inline]] void anchorIs(Mem::Cell const* cells, SlotLink link) {
+    auto const offset = static_cast<std::uint64_t>(reinterpret_cast<std::byte const*>(cells) - base());
+    anchor_ = Mem::VersionAnchor::at(link.sequence, base(), offset);
+  }
+
+  [[gnu::always_inline]] static SlotLink linkIn(Mem::Cell const& cell) {
     return SlotLink::fromWord(Mem::SharedWord::readLink(cell));
   }
 
@@ -64,22 +75,19 @@ class SlotReaderTable : public SlotReaderTableCommon {
   [[gnu::always_inline]] SlotLink readConsistently(Mem::Cell const* cells, Copy&& copy) {
     SlotLink link = linkIn(*cells);
     for (;;) {
+      Mem::Cell const* from = cells;
       if (link.inLookaside()) [[unlikely]] {
         ++counters_.lookasideReads;
-        copy(lookasideCells());
-      } else {
-        copy(cells);
+        from = lookasideCells();
       }
+      copy(from);
       Mem::SharedWord::beforeRecheck();
       SlotLink const again = linkIn(*cells);
       bool const isSame = again.sequence == link.sequence;
       link = again;
       if (isSame) [[likely]]
-        break;
+        return link;
     }
-    auto const offset = static_cast<std::uint64_t>(reinterpret_cast<std::byte const*>(cells) - base());
-    anchor_ = Mem::VersionAnchor::at(link.sequence, base(), offset);
-    return link;
   }
 
   [[gnu::always_inline]] static std::uint32_t hashIn(Mem::Cell const* cells) {

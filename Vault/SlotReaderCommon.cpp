@@ -26,11 +26,12 @@ void SlotReaderTableCommon::detach() {
 bool SlotReaderTableCommon::attach() {
   detach();
   std::size_t const size = setup_.shape.headerSize();
-  if (mapping_->memSize() == 0) {
+  std::size_t const fileSize = mapping_->memSize();
+  if (fileSize == 0) {
     DOVEL_TRACE(debugHandler(), 0, "SlotReaderTable", "no shared memory region");
     return false;
   }
-  std::byte const* const base = mapping_->attach(size, Mem::Access::readOnly, 0);
+  std::byte const* const base = mapping_->attach(size, Mem::Access::readOnly, fileSize);
   if (base == nullptr || mapping_->mappedSize() < size) {
     DOVEL_TRACE(debugHandler(), 0, "SlotReaderTable", "cannot attach to shmem size:{}: {}", size,
                 mapping_->error());

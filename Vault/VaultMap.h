@@ -5,6 +5,8 @@
 // One thread, the one that owns the map; a shared map uses the process's scheduler, on that thread.
 #pragma once
 
+#include <utility>
+
 #include "Vault/VaultDummy.h"
 #include "Vault/VaultMapBase.h"
 #include "Vault/VaultReader.h"
@@ -231,11 +233,23 @@ class VaultMap : public VaultMapBase {
   // What the client is told may make it use the map, in the middle of an operation of the store that has just
   // been given up.
   void tellState() {
-    isTelling_ = true;
+    Telling const telling(isTelling_);
     notify_.quiescedChanged(implementation_->quiesced());
     notify_.mountStatusChanged();
-    isTelling_ = false;
   }
+
+  // A client may throw, and may do what makes the map tell it more.
+  class Telling {
+   public:
+    explicit Telling(bool& flag) : flag_(flag), before_(std::exchange(flag, true)) {}
+    Telling(Telling const&) = delete;
+    Telling& operator=(Telling const&) = delete;
+    ~Telling() { flag_ = before_; }
+
+   private:
+    bool& flag_;
+    bool const before_;
+  };
 
   Notify notify_;
   std::unique_ptr<VaultInterface<Ops>> implementation_;

@@ -69,7 +69,7 @@ void VaultMapBase::check(MapDescriptor const& incoming) const {
 
 Mem::RootPath VaultMapBase::rootPathFor(bool shared) const {
   char const* const buildRoot = std::getenv("Q7_CHROOT");
-  bool const moves = buildRoot != nullptr && path_.view().starts_with('/');
+  bool const moves = buildRoot != nullptr && path_.view().starts_with('/') && !isReader();
   Dovel::String path = moves ? Dovel::String(buildRoot) : Dovel::String();
   return {debugHandler(), path.append(path_), shared};
 }

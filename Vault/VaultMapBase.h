@@ -57,7 +57,8 @@ class VaultMapBase : public Dovel::Debuggable,
   bool isDoneAlready(MapDescriptor const& incoming) const;
   void check(MapDescriptor const& incoming) const;
 
-  // Where the table's files go: an absolute path moves under the directory of Q7_CHROOT.
+  // Where the table's files are. An absolute path moves under the directory of Q7_CHROOT, but for a reader,
+  // which reads what is there.
   Mem::RootPath rootPathFor(bool shared) const;
   // Marks the table as complete and guards its files. In a build root, where neither can be had, does
   // without.

@@ -95,7 +95,8 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   Value const* lookup(Key const& key, bool& found, void* out) const override {
     ++counters_.lookups;
     void* const to = out != nullptr ? out : &scratch_;
-    bool const answered = retryOnResize([&] { found = map_.lookup(key, to); }, Dovel::noop);
+    bool const answered = retryOnResize(
+        [&]() __attribute__((always_inline)) { found = map_.lookup(key, to); }, Dovel::noop);
     if (answered && found) [[likely]]
       return static_cast<Value const*>(to);
     found = false;

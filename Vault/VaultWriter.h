@@ -312,6 +312,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     if (slots_.header().freeList() == SlotLink::kNil) [[unlikely]] {
       AutoMemMove const guard(slots_, prevLink);
       if (!slots_.grow()) slots_.alloc();
+      buckets_.publishAgain();
     }
     std::uint32_t const id = slots_.header().freeList();
     SlotHeaderCommon const header = slots_.header();
@@ -414,6 +415,7 @@ void VaultWriter<Ops>::doMaybeShrinkSlots(std::uint32_t shrinkThreshold) {
   // Every search has set the anchor; it marks what it marked before, unless that was moved.
   slots_.anchor() = dropped ? Mem::VersionAnchor() : saved;
   slots_.shrink(threshold);
+  buckets_.publishAgain();
   DOVEL_TRACE(handler_, 5, "VaultWriter", "at threshold:{} done", threshold);
   counters_.slotsMoved += moved;
 }

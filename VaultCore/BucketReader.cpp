@@ -25,11 +25,12 @@ void BucketReaderCommon::detach() {
 
 bool BucketReaderCommon::attach() {
   detach();
-  if (mapping_->memSize() == 0) {
+  std::size_t const fileSize = mapping_->memSize();
+  if (fileSize == 0) {
     DOVEL_TRACE(debugHandler(), 0, "BucketReader", "no shared memory region");
     return false;
   }
-  std::byte const* const base = mapping_->attach(BucketTable::kHeaderSize, Mem::Access::readOnly, 0);
+  std::byte const* const base = mapping_->attach(BucketTable::kHeaderSize, Mem::Access::readOnly, fileSize);
   if (base == nullptr || mapping_->mappedSize() < BucketTable::kHeaderSize) {
     DOVEL_TRACE(debugHandler(), 0, "BucketReader", "cannot attach to shmem size:{}: {}",
                 BucketTable::kHeaderSize, mapping_->error());

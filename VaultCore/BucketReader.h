@@ -34,6 +34,8 @@ class BucketReaderCommon : public Dovel::Debuggable {
   // Follows the writer's count; true where there was something to follow.
   // Throws Dovel::CorruptionDetectedException for a count that can't be, and Dovel::MemoryResourceException.
   bool doResize();
+  // Has isCurrent() say no until the next doResize(), whatever the writer does.
+  void versionIsUnknown() { numBucketsRef_ = kNone; }
 
   // 0 as long as no heads are mapped.
   std::uint32_t numBuckets() const { return numBuckets_; }

@@ -33,6 +33,9 @@ class BucketWriterCommon : public Dovel::Debuggable {
   void resize(std::uint32_t numBuckets);
   // From here on readers, and numBuckets(), use the new count.
   void publish(std::uint32_t numBuckets);
+  // The same count under a new version: what readers look at in passing is this word alone, so it has to tell
+  // them of a new number of slots, too. Comes behind the publication of that.
+  void publishAgain() { publish(numBuckets_); }
 
   // The header; the chains are checked by who walks them.
   bool validate(SharedMem::EmberId emberId, Dovel::String& error) const;

@@ -37,7 +37,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
       : Dovel::Debuggable(handler), buckets_(buckets), slots_(slots), counters_(counters) {}
 
   // Copies the record of the key to `out` and returns true; `out` is the caller's to set where there is none.
-  bool lookup(Key const& key, void* out) {
+  [[gnu::always_inline]] bool lookup(Key const& key, void* out) {
     if (debugHandler().isOn(9)) [[unlikely]]
       return lookupTraced(key, out);
     return find<false>(key, out);
@@ -80,6 +80,61 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     return Slots::linkIn(cell).sequence == link.sequence;
   }
 
+  // What a walk along a chain looks for.
+  enum class Goal { key, successor };
+
+  // Where it has come to: a slot, with its link and its words, or the end of the chain, with the link that
+  // ends it.
+  struct Place {
+    SlotLink link;
+    std::uint32_t slot = 0;
+    Mem::Cell const* cells = nullptr;  // none at the end
+    bool isKey = false;
+  };
+
+  // To the key or to what stands where it would, copying the value to `out` where that is the goal.
+  template <Goal goal, bool traced>
+  [[gnu::always_inline]] Place walk(Key const& key, std::uint32_t reversed, std::uint32_t bucket, void* out) {
+    auto const wants = [=](std::uint32_t hash) {
+      return goal == Goal::key ? hash == reversed : hash >= reversed;
+    };
+    Mem::Cell const& head = buckets_.headCell(bucket);
+    std::uint32_t const limit = slots_.numSlots();
+    for (;;) {
+      Mem::Cell const* before = &head;
+      SlotLink link = Slots::linkIn(head);
+      std::uint32_t steps = 0;
+      for (;;) {  // left, but with the result, only to begin again
+        if (!link.leadsToSlot()) return {.link = link};
+        if (++steps > limit) [[unlikely]]
+          throwHashChainCycle(steps, limit);
+        std::uint32_t const slot = link.id();
+        Mem::Cell const* const cells = slots_[slot];
+        auto const step = slots_.readStep(cells, wants, out);
+        if (!isUnchanged(*before, link)) [[unlikely]]
+          break;
+        if (!step.link.occupied()) [[unlikely]]
+          throwFree<goal>(slot, key);
+        if constexpr (traced)
+          DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} comparing slot {} {}", key, slot, step.key);
+        bool const isKey = step.hash == reversed && step.key == key;
+        if (goal == Goal::key && isKey) return {step.link, slot, cells, true};
+        checkBelongs(step.key, bucket);
+        if (step.hash > reversed || (step.hash == reversed && key < step.key))
+          return {step.link, slot, cells, false};
+        before = cells;
+        link = step.link;
+      }
+      ++counters_.restarts;
+    }
+  }
+
+  template <Goal goal>
+  [[noreturn]] static void throwFree(std::uint32_t slot, Key const& key) {
+    if (goal == Goal::key) throwNotOccupied(slot, &key, sizeof key);
+    throwSlowPathNotOccupied(slot, &key, sizeof key);
+  }
+
   template <bool traced>
   [[gnu::always_inline]] bool find(Key const& wanted, void* out) {
     if (buckets_.numBuckets() == 0) [[unlikely]] {
@@ -89,44 +144,14 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     Key const key = wanted;
     std::uint32_t const hash = hashOf(key);
     std::uint32_t const bucket = hash & (buckets_.numBuckets() - 1);
-    std::uint32_t const reversed = reverseBits(hash);
-    Mem::Cell const& head = buckets_.headCell(bucket);
-    std::uint32_t const limit = slots_.numSlots();
-    for (;;) {
-      Mem::Cell const* before = &head;
-      SlotLink link = Slots::linkIn(head);
-      std::uint32_t steps = 0;
-      bool restarts = false;
-      while (link.leadsToSlot()) {
-        if (++steps > limit) [[unlikely]]
-          throwHashChainCycle(steps, limit);
-        std::uint32_t const slot = link.id();
-        Mem::Cell const* const cells = slots_[slot];
-        auto const step = slots_.readStep(cells, reversed, out);
-        if (!isUnchanged(*before, link)) [[unlikely]] {
-          restarts = true;
-          break;
-        }
-        if (!step.link.occupied()) [[unlikely]]
-          throwNotOccupied(slot, &key, sizeof key);
-        if constexpr (traced)
-          DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} comparing slot {} {}", key, slot, step.key);
-        if (step.hash == reversed && step.key == key) return true;
-        checkBelongs(step.key, bucket);
-        if (step.hash > reversed || (step.hash == reversed && key < step.key)) {
-          link = SlotLink{};
-          break;
-        }
-        before = cells;
-        link = step.link;
-      }
-      if (!restarts) [[likely]] {
-        checkEnd(link);
-        if constexpr (traced) DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} not found", key);
-        return false;
-      }
-      ++counters_.restarts;
+    Place const place = walk<Goal::key, traced>(key, reverseBits(hash), bucket, out);
+    if (place.isKey) {
+      slots_.anchorIs(place.cells, place.link);
+      return true;
     }
+    checkEnd(place.cells == nullptr ? place.link : SlotLink{});
+    if constexpr (traced) DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} not found", key);
+    return false;
   }
   // Apart, so that what traces need is not in the way of look-ups that aren't traced.
   [[gnu::noinline, gnu::cold]] bool lookupTraced(Key const& key, void* out) { return find<true>(key, out); }
@@ -228,38 +253,15 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     if (buckets_.numBuckets() == 0) return false;
     std::uint32_t const hash = hashOf(key);
     std::uint32_t const bucket = hash & (buckets_.numBuckets() - 1);
-    std::uint32_t const reversed = reverseBits(hash);
-    Mem::Cell const& head = buckets_.headCell(bucket);
-    for (;;) {
-      Mem::Cell const* before = &head;
-      SlotLink link = Slots::linkIn(head);
-      std::uint32_t steps = 0;
-      bool restarts = false;
-      while (link.leadsToSlot()) {
-        if (++steps > slots_.numSlots()) throwHashChainCycle(steps, slots_.numSlots());
-        std::uint32_t const slot = link.id();
-        auto const step = slots_.readStep(slots_[slot], reversed, &value);
-        restarts = !isUnchanged(*before, link);
-        if (restarts) break;
-        if (!step.link.occupied()) throwSlowPathNotOccupied(slot, &key, sizeof key);
-        DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} comparing slot {} {}", key, slot, step.key);
-        checkBelongs(step.key, bucket);
-        if (step.hash > reversed || (step.hash == reversed && key < step.key)) {
-          restarts = !takeSlot(*before, link, bucket, value, hint);
-          if (restarts) break;
-          DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {}, saving {}", key, keyOf(value),
-                      hint);
-          return true;
-        }
-        before = slots_[slot];
-        link = step.link;
-      }
-      if (!restarts) {
-        hint.bucket = bucket;
-        return follow(key, link, value, hint);
-      }
-      ++counters_.restarts;
+    Place const place = walk<Goal::successor, true>(key, reverseBits(hash), bucket, &value);
+    if (place.cells == nullptr) {
+      hint.bucket = bucket;
+      return follow(key, place.link, value, hint);
     }
+    slots_.anchorIs(place.cells, place.link);
+    hint = {place.link.sequence, place.slot, bucket};
+    DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {}, saving {}", key, keyOf(value), hint);
+    return true;
   }
 
   Buckets& buckets_;

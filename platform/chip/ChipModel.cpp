@@ -12,10 +12,6 @@ using Message = Sluice::schan_xmsg_user_;
 
 namespace {
 
-bool isWrite(SchanOpcode opcode) {
-  return opcode == SchanOpcode::memoryWrite || opcode == SchanOpcode::registerWrite;
-}
-
 // Whether that opcode is one for memories of the kind.
 bool isFor(SchanOpcode opcode, ChipMemory::Kind kind) {
   switch (opcode) {
@@ -31,6 +27,10 @@ bool isFor(SchanOpcode opcode, ChipMemory::Kind kind) {
 }
 
 }  // namespace
+
+bool ChipModel::writes(SchanOpcode opcode) {
+  return opcode == SchanOpcode::memoryWrite || opcode == SchanOpcode::registerWrite;
+}
 
 ChipMemory const* ChipModel::find(std::uint32_t block, std::uint32_t row) {
   // Commands come in runs that stay in one memory.
@@ -51,7 +51,7 @@ SchanStatus ChipModel::message(Message const& message, std::span<std::uint32_t, 
   if (message.opcode() == SchanOpcode::exactMatch) return SchanStatus::badDatabase;
   ChipMemory const* const memory = addressed(message);
   if (memory == nullptr) return SchanStatus::badAddress;
-  if (isWrite(message.opcode())) {
+  if (writes(message.opcode())) {
     if (message.length() != Message::lengthFor(memory->rowBytes)) return SchanStatus::badAddress;
     write(*memory, message.address, 1, reinterpret_cast<std::byte const*>(message.data), flippedBit);
   } else {
@@ -73,7 +73,7 @@ ChipMemory const* ChipModel::memoryOf(BulkTransfer const& transfer) {
 void ChipModel::move(ChipMemory const& memory, BulkTransfer const& transfer, std::uint32_t rows,
                      std::byte* buffer, FlippedBit flippedBit) {
   std::size_t const bytes = std::size_t{rows} * memory.rowBytes;
-  if (isWrite(transfer.opcode)) {
+  if (writes(transfer.opcode)) {
     write(memory, transfer.row, rows, buffer, flippedBit);
   } else {
     std::memcpy(buffer, state_.row(memory, transfer.row), bytes);

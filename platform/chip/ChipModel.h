@@ -13,8 +13,8 @@
 
 namespace Chip {
 
-// For tests that watch what a chip holds. Calls come from within the chip's own, which is not to be used
-// there.
+// For tests that watch what a chip holds. Calls come in the middle of the chip's own, so it is given nothing
+// to do there.
 class ChipObserver {
  public:
   virtual ~ChipObserver() = default;
@@ -33,7 +33,9 @@ class ChipModel {
   explicit ChipModel(Sluice::FapId fap) : fap_(fap) {}
   ChipModel(Sluice::FapId fap, Dovel::String const& path) : fap_(fap), state_(path) {}
 
-  Sluice::FapId fap() const { return fap_; }
+  // Whether the opcode is one that changes rows.
+  static bool writes(Sluice::SchanOpcode opcode);
+
   void observerIs(ChipObserver* observer) { observer_ = observer; }
 
   // Runs the message and tells how it went; what was read is in the image then.

@@ -14,7 +14,7 @@ namespace Chip {
 
 // Each command runs on its FAPs in ascending order, and for a FAP its bulk transfers in their order, all of
 // them whatever those before gave: the answer of the FAP is then the first one that isn't ok. Refusals and
-// missing answers are traced at level 1.
+// missing answers are traced at level 1. A command doesn't send from within the calls that it gets.
 class SchanChannel : public Dovel::Tracked<SchanChannel, Sluice::Channel>, public Dovel::Debuggable {
  public:
   explicit SchanChannel(Dovel::Ptr<ChipAccess> const& chip);

@@ -12,7 +12,6 @@ namespace Chip {
 
 using Sluice::BulkTransfer;
 using Sluice::FapId;
-using Sluice::SchanOpcode;
 using Sluice::SchanResponse;
 using Sluice::SchanStatus;
 using Message = Sluice::schan_xmsg_user_;
@@ -21,16 +20,12 @@ namespace {
 
 constexpr char kClass[] = "Chip::SoftwareChip";
 
-bool isWrite(SchanOpcode opcode) {
-  return opcode == SchanOpcode::memoryWrite || opcode == SchanOpcode::registerWrite;
-}
-
 ChipFaults::Command commandOf(FapId fap, Message const& message) {
-  return {fap, false, isWrite(message.opcode()), message.block, message.address, 1};
+  return {fap, false, ChipModel::writes(message.opcode()), message.block, message.address, 1};
 }
 
 ChipFaults::Command commandOf(FapId fap, BulkTransfer const& transfer) {
-  return {fap, true, isWrite(transfer.opcode), transfer.block, transfer.row, transfer.rows};
+  return {fap, true, ChipModel::writes(transfer.opcode), transfer.block, transfer.row, transfer.rows};
 }
 
 Mem::LockFile lockOf(Dovel::String const& directory) {

@@ -58,14 +58,16 @@ bool AddressRange::map(int descriptor, int protection, std::size_t size, std::si
 }
 
 bool AddressRange::mapRoom(int descriptor, int protection, std::size_t size, std::size_t room) {
-  std::byte* const at = reserve(room);
-  if (at == nullptr) return false;
-  int const flags = descriptor < 0 ? kPrivate : MAP_SHARED;
-  if (::mmap(at, room, protection, flags | MAP_FIXED, descriptor, 0) == MAP_FAILED) {
+  // Only large ones have to stand where a huge page may.
+  std::byte* const at = room < kHugePage ? nullptr : reserve(room);
+  if (at == nullptr && room >= kHugePage) return false;
+  int const flags = (descriptor < 0 ? kPrivate : MAP_SHARED) | (at == nullptr ? 0 : MAP_FIXED);
+  void* const mapped = ::mmap(at, room, protection, flags, descriptor, 0);
+  if (mapped == MAP_FAILED) {
     release(at, at + room);
     return false;
   }
-  base_ = at;
+  base_ = static_cast<std::byte*>(mapped);
   size_ = size;
   room_ = room;
   return true;

@@ -40,7 +40,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   bool const isNew = file.size() == 0;
   if (isNew && !writes) return failed("map", size, "the file is empty");
   access_ = access;
-  process_ = ::getpid();
+  if (writes) process_ = ::getpid();
   if (!mapWhole(file, isNew ? size : std::min<std::uint64_t>(size, file.size()), hint)) {
     int const error = errno;
     unmap();
@@ -109,6 +109,9 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
 
 std::byte* SharedMemWrapper::grow(std::size_t size) {
   bool const writes = access_ == Access::readWrite;
+  // What a reader found there when it came is mapped by now.
+  bool const isMapped = size <= fileSize_ && roundedToPages(size) <= range_.room();
+  if (!writes && isMapped && range_.grow(roundedToPages(size))) return range_.base();
   OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
   if (file.isOpen()) return writes ? growFile(file, size) : follow(file, roundedToPages(size));
   error_ = file.text;

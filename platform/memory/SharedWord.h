@@ -7,7 +7,8 @@
 //     stand in the lookaside slot, or while no link leads to the slot.
 //  3. The critical flag is set before anything else of an operation is stored, and cleared after all of it:
 //     a writer that dies in between leaves it standing.
-//  4. A file is grown before the count that needs it is published.
+//  4. A file is grown before the count that needs it is published, and the count of the buckets is published
+//     again behind that of the slots: its version tells of both.
 //
 // On x86-64 all of this compiles to plain moves. Value words are relaxed, and fences order them; as the
 // thread sanitizer doesn't know fences, its builds order the value words themselves.

@@ -6,6 +6,7 @@
 #include "Vault/VaultMap.h"
 #include "runtime/TaskSchedulerRoot.h"
 #include "tests/Vault/MapRecord.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/Message.h"
 #include "tests/support/TestStore.h"
@@ -214,6 +215,55 @@ TEST_F(ReaderMap, DamageThatIsNoReplacementLeavesTheMarkerAndAReplacementDoesNot
   TestSupport::poke(dir.file("ember"), 0, &none, sizeof none);
   reader.doCorruptionDetected("seen by a reader in the middle of a re-format");
   EXPECT_FALSE(std::filesystem::exists(dir.file("corruption-detected")));
+}
+
+TestSupport::ChildRole const inABuildRoot("ReaderMapInABuildRoot", [] {
+  std::string const path = std::getenv("HWTABLES_TEST_TABLE");
+  Vault::MapDescriptor descriptor(100);
+  descriptor.localMem = false;
+  auto const handler = Dovel::Platform::getDebugHandler("ReaderMapTest", true);
+  Vault::VaultWriter<MapOps> writer(handler, Mem::RootPath(handler, path, true), descriptor);
+  writer.initialize("none");
+  Map reader("Vault", "routes", path);
+  descriptor.vaultTypeIs(Vault::VaultType::reader);
+  reader.init(descriptor);
+  reader.tryAttach();
+  if (!reader.ready()) std::_Exit(1);
+  reader.doCorruptionDetected("seen by a reader");
+  std::_Exit(std::filesystem::exists(path + "/corruption-detected") ? 0 : 2);
+});
+
+TEST_F(ReaderMap, LeavesTheMarkerBesideTheFilesThatItReadsInABuildRootToo) {
+  TestSupport::TempDir const root;
+  std::string const table = dir.file("table");
+  int const exitCode = TestSupport::runChild("ReaderMapInABuildRoot",
+                                             {{"Q7_CHROOT", root.path()}, {"HWTABLES_TEST_TABLE", table}})
+                           .exitCode;
+  EXPECT_EQ(exitCode, 0);
+  EXPECT_TRUE(std::filesystem::is_empty(root.path()));
+}
+
+TEST_F(ReaderMap, LetsGoOfAReplacedTableThoughItsClientThrewWhenItWasTold) {
+  initWriter();
+  Map::Notify notify;
+  bool throws = false;
+  notify.quiescedChanged = [&](bool) {
+    if (throws) throw std::runtime_error("not now");
+  };
+  Map throwing("Vault", "throwing", dir.path(), std::move(notify));
+  throwing.init(descriptor(0, Vault::VaultType::reader));
+  throwing.tryAttach();
+  ASSERT_TRUE(throwing.ready());
+  auto const isMapped = [this] {
+    return TestSupport::contentOf("/proc/self/maps").find(dir.file("slots") + " (deleted)") !=
+           std::string::npos;
+  };
+  replaceTable();
+  throws = true;
+  EXPECT_THROW(read(throwing, 1), std::runtime_error);
+  EXPECT_TRUE(isMapped());
+  EXPECT_FALSE(read(throwing, 1));
+  EXPECT_FALSE(isMapped());
 }
 
 TEST_F(ReaderMap, AnOrphanNoLongerReads) {

@@ -114,7 +114,7 @@ class ReaderOfTheWritersMemory {
     for (;;) {
       try {
         read();
-        if (slots_.isCurrent() && buckets_.isCurrent()) return;
+        if (buckets_.isCurrent()) return;
         follow();
       } catch (Dovel::CorruptionDetectedException const&) {
         if (!follow()) throw;
@@ -123,8 +123,9 @@ class ReaderOfTheWritersMemory {
     }
   }
   bool follow() {
-    bool const moved = slots_.doResize();
-    return buckets_.doResize() || moved;
+    bool moved = false;
+    while (slots_.doResize() || buckets_.doResize()) moved = true;
+    return moved;
   }
 
   Vault::Reader::Counters counters_;

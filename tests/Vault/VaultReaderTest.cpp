@@ -150,6 +150,29 @@ TEST_F(VaultReader, FollowsGrowthAndKeepsItsLastPosition) {
   EXPECT_TRUE(has(reader, keyOf(799), 799));
 }
 
+TEST_F(VaultReader, FollowsGrowthAndShrinkingOfTheSlotsAlone) {
+  store_.descriptor().maxSize = 100;
+  store_.descriptor().shrinkBuckets = false;
+  store_.reopen();
+  for (std::uint32_t number = 0; number < 100; ++number) store_.write(keyOf(number), number);
+  Reader& reader = attached();
+  ASSERT_TRUE(has(reader, keyOf(0), 0));
+  std::uint32_t const buckets = store_->buckets();
+  ASSERT_EQ(store_->capacity(), 100u);
+  store_.write(keyOf(100), 100);
+  ASSERT_EQ(store_->capacity(), 110u);
+  ASSERT_EQ(store_->buckets(), buckets);
+  Value value;
+  EXPECT_TRUE(reader.getValue(100, value, nullptr));
+  EXPECT_EQ(value.theKey, keyOf(100));
+  EXPECT_EQ(reader.capacity(), store_->capacity());
+  std::uint32_t number = 101;
+  while (store_->capacity() > 100) store_.remove(keyOf(--number));
+  ASSERT_EQ(store_->buckets(), buckets);
+  EXPECT_TRUE(has(reader, keyOf(0), 0));
+  EXPECT_EQ(reader.capacity(), store_->capacity());
+}
+
 TEST_F(VaultReader, NoticesACountThatHasChangedAndChangedBack) {
   auto const thereAndBack = [this] {
     for (std::uint32_t number = 0; number < 200; ++number) store_.write(keyOf(number), number);

@@ -47,7 +47,8 @@ Role FaultyRecording::roleOf(std::size_t number) const {
   if (step.value == before_[number]) return Role::other;
   if (step.name == ember) return Role::generation;
   if (step.name == buckets) {
-    if (step.at == BucketTable::kNumBucketsCell) return Role::bucketCount;
+    if (step.at == BucketTable::kNumBucketsCell)
+      return step.value >> 32 == before_[number] >> 32 ? Role::resizeTold : Role::bucketCount;
     return step.at >= BucketTable::kFirstBucketCell ? Role::head : Role::other;
   }
   if (step.at == SlotTable::kNumSlotsWord) return Role::slotCount;

@@ -20,6 +20,7 @@ enum class Role {
   head,       // the same of a bucket
   slotCount,
   bucketCount,
+  resizeTold,  // the same count of buckets, but another version
   generation,
   fileSize,
   fileName

@@ -116,6 +116,8 @@ std::vector<NamedScenario> made() {
       {"WipeOfAGrownTable", scenario(kGrowing, written({kA, kE, kD, kB}), {attach(), write(kA, 2)}, true)},
       {"AnotherWriter", scenario(kSmall, written({kA, kB, kE}), {attach(), write(kA, 2)})},
       {"RemovalOfTheTable", scenario(kSmall, written({kA, kB, kE}), {{Operation::cleanup}})},
+      {"GrowthAndRemovalOfTheTable",
+       scenario(kGrowing, written({kA, kE}), {write(kD, 1), {Operation::cleanup}})},
       {"RemovalOfTheTableAndRefill",
        longer(scenario(kSmall, written({kA, kB, kE}), {{Operation::cleanup}, attach(), write(kA, 2)}))},
   };

@@ -37,7 +37,8 @@ def enumerators(name):
 
 def made():
     """The pieces of the page that follow from the code, by name."""
-    rows = ["| Block | Rows from | Rows | Bytes of a row | Name | In the file from |", "|---|---|---|---|---|---|"]
+    rows = ["| Block | Rows from | Rows | Bytes of a row | Name | In the file from |",
+            "|---|---|---|---|---|---|"]
     at = HEADER_BYTES
     for block, address, count, row_bytes, name, is_register in memories():
         rows.append(f"| {block} | {address:#x} | {count} | {row_bytes} | `{name}`"

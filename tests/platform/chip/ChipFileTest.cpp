@@ -47,6 +47,12 @@ struct ChipFile : testing::Test {
     change(bytes);
     writeFile(path, bytes);
   }
+  // What the file takes on the disk.
+  off_t blockBytes() const {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    return status.st_blocks * 512;
+  }
   static void increment(std::string& bytes, std::size_t at) { bytes[at] = static_cast<char>(bytes[at] + 1); }
 };
 
@@ -246,9 +252,16 @@ TEST_F(ChipFile, ARelativeDirectoryIsOneOfTheWorkingDirectory) {
 
 TEST_F(ChipFile, IsTakenFromTheDiskAtOnce) {
   opened();
-  struct stat status {};
-  ASSERT_EQ(::stat(path.c_str(), &status), 0);
-  EXPECT_GE(status.st_blocks * 512, status.st_size);
+  EXPECT_GE(blockBytes(), static_cast<off_t>(std::filesystem::file_size(path)));
+}
+
+TEST_F(ChipFile, ACopyWithHolesGetsTheRoomThatItLacks) {
+  opened();
+  auto const size = static_cast<off_t>(std::filesystem::file_size(path));
+  ASSERT_EQ(::truncate(path.c_str(), kRows), 0);
+  ASSERT_EQ(::truncate(path.c_str(), size), 0);
+  opened();
+  EXPECT_GE(blockBytes(), size);
 }
 
 TEST_F(ChipFile, AFileThatHasNoRoomIsAnErrorAndLeavesNothing) {

@@ -30,7 +30,8 @@ inline constexpr Place kRegister{35, 0x146, 28};
 
 inline RowBytes rowOf(Place const& place, unsigned content) {
   RowBytes bytes(place.rowBytes);
-  for (std::size_t at = 0; at < bytes.size(); ++at) bytes[at] = static_cast<std::byte>(content * 7 + at);
+  for (std::size_t at = 0; at < bytes.size(); ++at)
+    bytes[at] = static_cast<std::byte>(std::size_t{content} * 7 + at);
   return bytes;
 }
 

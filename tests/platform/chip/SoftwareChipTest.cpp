@@ -310,4 +310,30 @@ TEST_F(SoftwareChip, AnObserverIsToldOfEveryRowAndReset) {
   EXPECT_EQ(watcher.rows.size(), 3U);
 }
 
+class ProgrammedWatcher : public Chip::ChipObserver {
+ public:
+  explicit ProgrammedWatcher(Chip::SoftwareChip const& chip) : chip_(chip) {}
+  void rowWritten(Sluice::FapId fap, std::uint32_t, std::uint32_t, std::span<std::byte const>,
+                  std::span<std::byte const>) override {
+    programmed.push_back(chip_.programmed(fap));
+  }
+  void wasReset(Sluice::FapId) override {}
+
+  std::vector<bool> programmed;
+
+ private:
+  Chip::SoftwareChip const& chip_;
+};
+
+// A process that is killed between the two must not leave rows on a chip that passes for blank.
+TEST_F(SoftwareChip, IsProgrammedBeforeTheFirstRowChanges) {
+  ProgrammedWatcher watcher(*chip);
+  chip->observerIs(&watcher);
+  statusOf(writeOf(kAds, 1));
+  chip->reset(0);
+  statusOf(dma.write(kAds, 1));
+  EXPECT_EQ(watcher.programmed, (std::vector<bool>{true, true}));
+  chip->observerIs(nullptr);
+}
+
 }  // namespace

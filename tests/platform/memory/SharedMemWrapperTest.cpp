@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/sysmacros.h>
 
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <numeric>
@@ -282,6 +283,20 @@ TEST_F(SharedMemWrapper, HintKeepsTheBaseWhileTheFileGrowsAndShrinks) {
   EXPECT_NE(slots.resize(3 * kHuge), nullptr);
 }
 
+TEST_F(SharedMemWrapper, ReaderHasWhatItsHintCoveredWithoutTheName) {
+  auto writer = file();
+  fill(writer.attach(8 * kPage, Access::readWrite, 0), 8 * kPage);
+  auto reader = file();
+  std::byte const* const base = reader.attach(kPage, Access::readOnly, 8 * kPage);
+  ASSERT_NE(base, nullptr);
+  EXPECT_EQ(reader.mappedSize(), kPage);
+  ASSERT_EQ(::rename(path.c_str(), (path + ".away").c_str()), 0);
+  ASSERT_EQ(reader.resize(8 * kPage), base);
+  EXPECT_EQ(reader.mappedSize(), 8 * kPage);
+  EXPECT_TRUE(isFilled(base, 8 * kPage));
+  EXPECT_EQ(reader.resize(8 * kPage + 1), nullptr);
+}
+
 TEST_F(SharedMemWrapper, HintOfMoreThanThereIsCostsNothing) {
   auto slots = file();
   std::byte* const base = slots.attach(kPage, Access::readWrite, ~std::size_t{0});
@@ -316,6 +331,12 @@ TEST_F(SharedMemWrapper, LargeFilesGetHugePagesWhereTheKernelHasThem) {
     EXPECT_TRUE(isFilled(read, size));
     EXPECT_EQ(hugePagesOf(read), wanted);
   }
+  Mem::SharedMemWrapper later(handler(), root, "slots", CoreDump::asProcess);
+  std::byte const* const read = later.attach(kPage, Access::readOnly, 5 * kHuge);
+  EXPECT_TRUE(isFilled(read, kPage));
+  EXPECT_EQ(later.resize(5 * kHuge), read);
+  EXPECT_TRUE(isFilled(read, 5 * kHuge));
+  EXPECT_EQ(hugePagesOf(read), fmt::format("{} kB ", 5 * kHuge / 1024));
 }
 
 TEST_F(SharedMemWrapper, WriterMappingsAreNotInheritedByAForkedChild) {
