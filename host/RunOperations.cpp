@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <ranges>
-#include <set>
 #include <utility>
 
 #include "host/ChipFaultOperation.h"

@@ -167,6 +167,13 @@ TEST_F(RunInput, UsageErrorsExitWithTwo) {
   EXPECT_EQ(place_.command("run --no-such-option").exitCode, 2);
 }
 
+TEST_F(RunInput, ShowsItsProgressOnATerminal) {
+  std::vector<std::string> const operations(60, R"({"op":"verify"})");
+  Outcome const outcome = runShell("export HWTABLES_ROOT=" + place_.root() + "; script -qec 'HWTABLES run " +
+                                   place_.fileOf(operations) + "' /dev/null");
+  EXPECT_THAT(outcome.out, testing::ContainsRegex("\r\\[#+ +\\] +[0-9]+% "));
+}
+
 TEST_F(RunInput, ShowsNoProgressWhereStandardErrorIsNoTerminal) {
   EXPECT_EQ(place_.run({kSet, R"({"op":"verify"})"}).err, "");
 }

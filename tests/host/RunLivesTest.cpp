@@ -5,13 +5,17 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstring>
+#include <sstream>
 #include <thread>
 
+#include "Vault/StoredType.h"
 #include "platform/chip/ChipMemoryMap.h"
 #include "platform/chip/ChipState.h"
 #include "tests/host/Runs.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
@@ -162,7 +166,7 @@ TEST_F(RunLives, SendsWhatItHasWhenTheInputPauses) {
   EXPECT_EQ(chip.missingNow(), kRows - 1);
 }
 
-TEST_F(RunLives, TwoReadersFollowARunAndSeeWholeRowsOnly) {
+TEST_F(RunLives, DumpsOfATableThatIsBeingWrittenShowWholeRowsOnly) {
   GoingRun run(place_, {"--serve"});
   run.write(setRow(0));
   run.write(R"({"op":"get","table":"SmallAdsA1HwDirect","key":{"value":0}})");
@@ -198,6 +202,67 @@ TEST_F(RunLives, TwoReadersFollowARunAndSeeWholeRowsOnly) {
   EXPECT_EQ(torn, 0U);
   auto const dump = place_.command("table dump SmallAdsA1HwDirect").out;
   EXPECT_EQ(std::ranges::count(dump, '\n'), kRows);
+}
+
+// The fields of a row in which its number stands.
+class NumbersTold final : public Vault::FieldSink {
+ public:
+  void number(std::string_view name, std::uint64_t value) override {
+    if (name == "rpbAdsBdata") data = value;
+    if (name == "rbpAdsFmField") again = value;
+  }
+  void bits(std::string_view /*name*/, std::string_view /*hex*/) override {}
+
+  std::uint64_t data = 0;
+  std::uint64_t again = 0;
+};
+
+constexpr unsigned kLastRow = 2000;
+
+// Stays attached, and looks rows up, until the last one is there. Exits 0 where it has met rows and all of
+// them were whole.
+void readUntilLastRow() {
+  auto const* const type = Vault::StoredType::find("bcm88490_a0::SmallAdsA1HwDirect::Entry");
+  auto const reader = type->reader({Dovel::Platform::getDebugHandler("RunLivesTest", true),
+                                    "shadow/Qumran3aA0/SmallAdsA1HwDirect/128-0", true});
+  while (!reader->attach()) std::this_thread::yield();
+  std::uint64_t met = 0;
+  std::uint64_t wrong = 0;
+  while (reader->find("value:" + std::to_string(kLastRow)) == nullptr) {
+    for (unsigned row = 0; row < kRows; ++row) {
+      std::byte const* const record = reader->find("value:" + std::to_string(row));
+      if (record == nullptr) continue;
+      NumbersTold told;
+      type->fields(record, told);
+      ++met;
+      if (told.data != told.again || told.data != row + 1) ++wrong;
+    }
+  }
+  std::_Exit(met == 0 ? 2 : wrong == 0 ? 0 : 1);
+}
+TestSupport::ChildRole const kReader("readUntilLastRow", readUntilLastRow);
+
+TEST_F(RunLives, TwoReadersStayAttachedAndSeeWholeRowsOnly) {
+  GoingRun run(place_, {"--serve"});
+  run.write(setRow(0));
+  run.write(R"({"op":"get","table":"SmallAdsA1HwDirect","key":{"value":0}})");
+  ASSERT_TRUE(run.waitFor("SmallAdsA1HwDirect value:0: "));
+  std::array<int, 2> exitCodes{-1, -1};
+  auto const read = [&](int& exitCode) {
+    exitCode = TestSupport::runChild("readUntilLastRow", {{"HWTABLES_ROOT", place_.root()}}).exitCode;
+  };
+  std::thread one(read, std::ref(exitCodes[0]));
+  std::thread other(read, std::ref(exitCodes[1]));
+  auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (std::chrono::steady_clock::now() < end) {
+    for (std::string const& operation : setRows()) run.write(operation);
+    run.write(R"({"op":"delete","table":"SmallAdsA1HwDirect","key":{"value":5}})");
+  }
+  run.write(setRow(kLastRow));
+  run.endInput();
+  one.join();
+  other.join();
+  EXPECT_THAT(exitCodes, testing::Each(0));
 }
 
 TEST_F(RunLives, NoGoodRowIsEverMissingWhileAKilledRunIsStartedWarm) {
