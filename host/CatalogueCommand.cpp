@@ -41,8 +41,7 @@ unsigned terminalColumns() {
 int reportUnknown(std::string const& given, Tables const& tables) {
   std::vector<std::string_view> names;
   for (auto const* const table : tables) names.push_back(table->name);
-  fmt::print(stderr, "hwtables: there is no table {}; the nearest: {}\n", oneLine(given),
-             fmt::join(nearestNames(given, names), ", "));
+  fmt::print(stderr, "hwtables: {}\n", unknownText("table", given, names));
   return 2;
 }
 

@@ -1,5 +1,6 @@
 // The hwtables program: parses the command line, runs one command. Exits 0 on success, 1 where the command
-// failed, 2 where it was not understood; ends by SIGPIPE, as any filter does, when its reader goes away.
+// failed, 2 where it was not understood, or what a command tells of; ends by SIGPIPE, as any filter does,
+// when its reader goes away.
 #include <fmt/format.h>
 
 #include <CLI/App.hpp>
@@ -11,7 +12,9 @@
 #include "host/CatalogueCommand.h"
 #include "host/FastLogCommand.h"
 #include "host/Output.h"
+#include "host/RunCommand.h"
 #include "host/StoreCommand.h"
+#include "host/TableCommand.h"
 
 namespace {
 
@@ -42,7 +45,9 @@ int run(int argc, char** argv) {
   int exitCode = 0;
   Host::addCatalogueCommand(app, exitCode);
   Host::addFastLogCommand(app, exitCode);
+  Host::addRunCommand(app, exitCode);
   Host::addStoreCommand(app, exitCode);
+  Host::addTableCommand(app, exitCode);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& outcome) {

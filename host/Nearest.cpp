@@ -1,9 +1,13 @@
 #include "host/Nearest.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <numeric>
 #include <utility>
+
+#include "host/Output.h"
 
 namespace Host {
 namespace {
@@ -54,6 +58,12 @@ std::vector<std::string_view> nearestNames(std::string_view given,
     if (nearest.size() < kSuggestions && steps <= ranked.front().first + kSlack) nearest.push_back(name);
   }
   return nearest;
+}
+
+std::string unknownText(std::string_view what, std::string_view given,
+                        std::vector<std::string_view> const& names) {
+  return fmt::format("there is no {} {}; the nearest: {}", what, oneLine(given),
+                     fmt::join(nearestNames(given, names), ", "));
 }
 
 }  // namespace Host

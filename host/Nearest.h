@@ -12,4 +12,8 @@ namespace Host {
 std::vector<std::string_view> nearestNames(std::string_view given,
                                            std::vector<std::string_view> const& names);
 
+// "there is no table Abc; the nearest: Abd, Abe"
+std::string unknownText(std::string_view what, std::string_view given,
+                        std::vector<std::string_view> const& names);
+
 }  // namespace Host

@@ -20,6 +20,21 @@ TableAccess const& accessOf(HwCommonTableBase const& table) {
   return *described->access;
 }
 
+// Adds the time of its own life.
+class Timed {
+  using Clock = std::chrono::steady_clock;
+
+ public:
+  explicit Timed(std::chrono::nanoseconds& time) : time_(time) {}
+  Timed(Timed const&) = delete;
+  Timed& operator=(Timed const&) = delete;
+  ~Timed() { time_ += Clock::now() - start_; }
+
+ private:
+  std::chrono::nanoseconds& time_;
+  Clock::time_point const start_ = Clock::now();
+};
+
 }  // namespace
 
 // One shadow: its keys that are to be sent, and what is known of those that were.
@@ -149,6 +164,7 @@ void TableWriter::sendWrites(Watch& watch) {
   dirtyKeys_ -= watch.dirty.size();
   watch.sending.clear();
   watch.sending.swap(watch.dirty);
+  Timed const timed(watch.figures.time);
   // A store that is gone has nothing to say: its keys must not be taken for deleted ones.
   if (!watch.access.mounted(watch.shadow)) return;
   for (KeyImage const& key : watch.sending.keys()) {
@@ -163,6 +179,7 @@ void TableWriter::sendWrites(Watch& watch) {
 
 void TableWriter::sendDeletes(Watch& watch) {
   if (watch.deletes.empty()) return;
+  Timed const timed(watch.figures.time);
   for (KeyImage const& key : watch.deletes.keys()) {
     ++watch.figures.deletes;
     sendKey(watch, key);
@@ -201,6 +218,7 @@ Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table,
 
 Sluice::SendOutcome TableWriter::download(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask) {
   flush();
+  Timed const timed(figures_[table.hwTableKey()].time);
   auto const fapType = Hardware::Loam::chipTypeToFapType(table.hwTableKey().fapRevision().chipType());
   Sluice::SendOutcome const outcome = send(table, table.download(stringValue(fapType), fapmask));
   if (outcome.ok() && outcome.commands != 0) {
@@ -212,6 +230,7 @@ Sluice::SendOutcome TableWriter::download(HwCommonShadowTableBase& table, Sluice
 
 Sluice::SendOutcome TableWriter::clear(HwCommonShadowTableBase& table, HwShadowKey key) {
   flush();
+  Timed const timed(figures_[table.hwTableKey()].time);
   Dovel::Ptr<Sluice::SchanCmds> cmds;
   {
     Ignoring const ignoring(*this, table);
@@ -225,6 +244,7 @@ Sluice::SendOutcome TableWriter::clear(HwCommonShadowTableBase& table, HwShadowK
 
 Sluice::SendOutcome TableWriter::clearFaps(HwDirectTableBase& table, Sluice::Fapmask const& fapmask) {
   flush();
+  Timed const timed(figures_[table.hwTableKey()].time);
   return send(table, table.clearFapsInHw(fapmask));
 }
 

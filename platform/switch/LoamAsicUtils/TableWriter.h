@@ -9,6 +9,7 @@
 // Belongs to the thread of the tables' agent.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <unordered_map>
 
@@ -31,6 +32,7 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
     std::uint64_t unanswered = 0;  // of the commands
     std::uint64_t downloadCommands = 0;
     std::uint64_t downloadBytes = 0;
+    std::chrono::nanoseconds time{};  // in which commands were made and sent
   };
   // What the chip last answered for a key, where that was an error.
   struct Refusal {
