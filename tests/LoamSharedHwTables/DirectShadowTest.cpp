@@ -5,7 +5,6 @@
 namespace {
 
 using namespace bcm88490_a0;
-using TestSupport::dataOf;
 using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::KeyListener;

@@ -1,5 +1,4 @@
 #include "tests/LoamSharedHwTables/DirectRig.h"
-#include "tests/support/Message.h"
 
 namespace {
 
@@ -10,7 +9,6 @@ using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::KeyListener;
 using TestSupport::maskOf;
-using TestSupport::messageOf;
 using TestSupport::Row;
 using TestSupport::ShadowKey;
 

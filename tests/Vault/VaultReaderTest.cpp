@@ -13,7 +13,6 @@
 namespace {
 
 using Dovel::CorruptionDetectedException;
-using TestSupport::Image;
 using TestSupport::messageOf;
 using TestSupport::poke32;
 
@@ -219,8 +218,9 @@ TEST_F(VaultReader, AnIterationSeesEachRecordOnceInTheOrderOfTheStore) {
     store_.write(keyOf(499 - number), number);
     expected.push_back(number);
   }
-  EXPECT_EQ(numbersOf(attached()), expected);
-  EXPECT_EQ(reader_->readerCounters().slowNexts, 0u);
+  auto& reader = attached();
+  EXPECT_EQ(numbersOf(reader), expected);
+  EXPECT_EQ(reader.readerCounters().slowNexts, 0u);
 }
 
 TEST_F(VaultReader, AnIterationGoesOnBehindAKeyThatWasRemoved) {
@@ -484,9 +484,10 @@ TEST_F(VaultReader, AMissingFileIsToldAndLeavesNoMarker) {
 TEST_F(VaultReader, ABusyWriterIsNoDamage) {
   store_.write(keyOf(1), 7);
   store_->directWrite(Record::of(keyOf(1), 8));
-  EXPECT_TRUE(has(attached(), keyOf(1), 7));
+  auto& reader = attached();
+  EXPECT_TRUE(has(reader, keyOf(1), 7));
   store_->directCommit();
-  EXPECT_TRUE(has(*reader_, keyOf(1), 8));
+  EXPECT_TRUE(has(reader, keyOf(1), 8));
 }
 
 TEST_F(VaultReader, AWriterThatComesBackIsTheSameTable) {

@@ -52,7 +52,7 @@ class FaultyRecording {
   void moveAllBehind(std::size_t begin, std::size_t end, std::size_t other);
 
   // Leaves the sequence, or the version, as it was before the store; all later stores to the word follow.
-  void keepSequence(std::size_t step);
+  void keepSequence(std::size_t number);
   // Of records whose hash is in one word with the end of the value.
   void forgetLookasideHash();
   Step& step(std::size_t number) { return recording_.steps.at(number); }

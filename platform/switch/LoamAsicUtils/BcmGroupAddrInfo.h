@@ -144,7 +144,7 @@ class BcmGroupAddrInfo : public Dovel::Node {
     for (MemoryDescription const& described : table.memories) {
       auto const memory = Dovel::ptrIsImpl<MemoryInfo>(MemoryId{described.id});
       if constexpr (requires { memory->physicalTableIdIs(0); })
-        memory->physicalTableIdIs(described.physicalTableId.value());
+        memory->physicalTableIdIs(described.physicalTableId.value_or(0));
       memInfoIs(memory);
       describe(*memory, described);
     }

@@ -37,6 +37,7 @@ Dovel::String HwTableHolderContext::hwTableTag(Dovel::String const& writerName, 
 
 std::vector<std::pair<Dovel::String, HwTableKey>> HwTableHolderContext::hwTableFactories() const {
   std::vector<std::pair<Dovel::String, HwTableKey>> keys;
+  keys.reserve(tables_.size());
   for (auto const& [key, registered] : tables_) keys.push_back(key);
   return keys;
 }

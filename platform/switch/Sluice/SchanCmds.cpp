@@ -25,7 +25,7 @@ void SchanCmds::cmdEnq(Dovel::Ptr<SchanCmd> const& cmd) {
 
 Dovel::Ptr<SchanCmd> SchanCmds::cmdDeq() {
   if (empty()) return nullptr;
-  Dovel::Ptr<SchanCmd> const oldest(first_);
+  Dovel::Ptr<SchanCmd> oldest(first_);
   first_ = std::exchange(first_->next_, nullptr);
   --size_;
   oldest->decUseImpl();
