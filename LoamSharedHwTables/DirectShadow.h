@@ -104,7 +104,7 @@ class DirectShadow final
 
   Cmds clearShadow(Hardware::Loam::FapRevision const& fapRevision, Sluice::Fapmask const& fapmask) override {
     initPresetEntry();
-    Cmds const cmds = clearCmds(fapRevision, fapmask);
+    Cmds cmds = clearCmds(fapRevision, fapmask);
     if (cmds != nullptr) collCleanup();
     return cmds;
   }

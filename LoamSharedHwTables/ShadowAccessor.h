@@ -95,7 +95,7 @@ class ShadowAccessor {
   Cmds downloadWorkerKeyBasedFullBcmDirect(Hardware::Loam::FapRevision const& fapRevision,
                                            Sluice::Fapmask const& fapmask, bool isDelete) const {
     BcmRegMemInfo const& memory = shadow_.bcmGroupAddrInfo()->firstMemory();
-    Cmds const result = Sluice::schanCmdsFactory();
+    Cmds result = Sluice::schanCmdsFactory();
     DOVEL_TRACE(_defaultTraceHandle(), 3, "ShadowAccessor", " Processing all keys in shadow: {}",
                 shadow_.hwShadowKey());
     Buffer buffer;
@@ -184,7 +184,7 @@ class ShadowAccessor {
                 "fapRevision: {}, downloadFapmask: {}, isDelete: {}", fapRevision, fapmask, isDelete);
     Sluice::Fapmask const applicable = shadow_.applicableFapmask(fapmask);
     if (applicable == Sluice::Fapmask()) return nullptr;
-    Cmds const result = Sluice::schanCmdsFactory();
+    Cmds result = Sluice::schanCmdsFactory();
     storage().entryCollForEach([&](Entry const& entry) {
       Cmds const row = schanCmds<EntryKey, Shadow::kShadowType>(applicable, fapRevision, entry.entryKey(),
                                                                 isDelete, nullptr);

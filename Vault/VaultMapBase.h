@@ -11,6 +11,7 @@
 #include "Vault/WriterCounters.h"
 #include "platform/memory/ReaderSentry.h"
 #include "platform/memory/WriterSentry.h"
+#include "runtime/Dovel/Format.h"
 
 namespace Vault {
 
@@ -26,8 +27,11 @@ class VaultMapBase : public Dovel::Debuggable,
   // Of the table, as it was given.
   Dovel::String const& path() const { return path_; }
   bool initialized() const { return descriptor_.has_value(); }
-  // Of an initialized map.
-  MapDescriptor const& descriptor() const { return descriptor_.value(); }
+  // Of an initialized map; ends the process where it isn't.
+  MapDescriptor const& descriptor() const {
+    DOVEL_ASSERT(descriptor_.has_value(), "VaultMapBase", "{} is not initialized", name_);
+    return *descriptor_;
+  }
   // Whether a store is attached and its table sound.
   bool ready() const { return ready_; }
 

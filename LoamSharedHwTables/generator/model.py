@@ -175,7 +175,8 @@ def build(catalogue: Catalogue, name: str) -> Table:
         fields=fields, views=views, presets=_presets(shared.get("presets", {}), fields),
         memories=tuple(_memory(index, memory) for index, memory in enumerate(data.get("memories", []))),
         blocks=tuple(data.get("blocks", [])), rank=data.get("rank", 0),
-        shared_shadow=data.get("sharedShadow", False), shadow_mode=SHADOW_MODES[data.get("shadowMode", "full")],
+        shared_shadow=data.get("sharedShadow", False),
+        shadow_mode=SHADOW_MODES[data.get("shadowMode", "full")],
         initial_contents=data.get("initialContents"), options=data.get("options", 0))
 
 

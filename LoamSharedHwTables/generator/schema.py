@@ -238,8 +238,9 @@ TABLE = Section("tables", "One table. The file's name is the table's class name.
     Key("tag", _NAME, "Tag that rules look tables up by.", required=False, default="noTag"),
     Key("entryDataMaxSize", Integer(1, 65535), "Bytes of a row's data."),
     Key("hasParitySupport", Flag(), "Whether the memory carries parity or ECC.", families=("direct",)),
-    Key("blocks", NumberList(), "The chip's blocks that the table tells the table manager of, in order; not the"
-        " numbers that commands use.", families=("direct",)),
+    Key("blocks", NumberList(),
+        "The chip's blocks that the table tells the table manager of, in order; not the numbers that commands"
+        " use.", families=("direct",)),
     Key("rank", Integer(1, WORD_MAX), "Place among tables that refer to each other: those of lower rank are"
         " written first. A table without one is written before all that have one.", required=False,
         families=("direct",)),

@@ -51,8 +51,7 @@ struct Switch {
     chip = Dovel::ptrIsImpl<Chip::SoftwareChip>(Chip::SoftwareChip::Options{});
     chip->dmaPoolIs(pool);
     channel = Dovel::ptrIsImpl<Chip::SchanChannel>(chip);
-    auto const entities =
-        Dovel::ptrIsImpl<Statebase::EntityManager>(Dovel::String(directory.path()), false);
+    auto const entities = Dovel::ptrIsImpl<Statebase::EntityManager>(Dovel::String(directory.path()), false);
     manager = Dovel::ptrIsImpl<LoamAsicUtils::TableManager>(nullptr, nullptr, entities, pool);
     if (writing) writer = Dovel::ptrIsImpl<LoamAsicUtils::TableWriter>(manager, channel);
     LoamAsicUtils::HwTableKey const key(Table::tableName(), kRevision);

@@ -18,12 +18,13 @@ ARGUMENTS = ("(Dovel::Impl::StrB const&, LoamAsicUtils::HwTableKey const&,"
 REGISTRY_ARGUMENTS = ("(Hardware::Loam::FapRevision const&, Dovel::Ptr<LoamAsicUtils::TableManager> const&,"
                       " Dovel::Ptr<LoamMdb::TableManager> const&)")
 # What a symbol is of: a table or a family's template, or the type information of such a one.
-OWN = re.compile(r"(typeinfo for |typeinfo name for |vtable for |guard variable for |construction vtable for .*-in-)?"
+OWN = re.compile(r"(typeinfo for |typeinfo name for |vtable for |guard variable for )?"
                  r"(\S+ )?(bcm88490_a0|LoamSharedHwTables)::")
 
 
 def exported() -> set[str]:
-    listed = subprocess.run(["nm", "-DC", "--defined-only", BUNDLE], capture_output=True, text=True, check=True)
+    listed = subprocess.run(["nm", "-DC", "--defined-only", BUNDLE], capture_output=True, text=True,
+                            check=True)
     return {line.split(" ", 2)[2] for line in listed.stdout.splitlines()}
 
 

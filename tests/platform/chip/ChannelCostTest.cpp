@@ -1,26 +1,12 @@
 // What the way to the chip costs: no memory is taken on it once it has been gone.
 #include <gtest/gtest.h>
 
-#include <atomic>
-
 #include "platform/chip/SchanChannel.h"
 #include "tests/platform/chip/ChipSupport.h"
 #include "tests/support/Sanitizers.h"
 
-#if !HWTABLES_ASAN && !HWTABLES_TSAN  // they have an allocator of their own
-
-namespace {
-
-std::atomic<std::uint64_t> allocations{0};
-
-}  // namespace
-
-// Every allocation of the program comes here: operator new calls it, too.
-extern "C" void* __libc_malloc(std::size_t size);
-extern "C" void* malloc(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  return __libc_malloc(size);
-}
+#if !HWTABLES_ASAN && !HWTABLES_TSAN
+#include "tests/support/CountedMalloc.h"
 
 namespace {
 
