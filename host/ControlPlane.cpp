@@ -159,7 +159,7 @@ ControlPlane::Start ControlPlane::fapAdd(FapId fap, Tell const& tell) {
   for (LiveTable const& live : tables_) {
     bool const inService = !awaitsSync_ && live.table->hwShadowCollHas(shadowOf(live, fap));
     if (!warm || inService) ready.push_back(&live);
-    addShadow(live, fap, tell);
+    addShadow(live, fap, warm, tell);
   }
   faps_.fapIdIs(fap, true);
   for (LiveTable const* const live : ready) download(*live, only(fap));
@@ -168,13 +168,16 @@ ControlPlane::Start ControlPlane::fapAdd(FapId fap, Tell const& tell) {
   return {.fap = fap, .warm = warm, .downloaded = downloaded};
 }
 
-void ControlPlane::addShadow(LiveTable const& table, FapId fap, Tell const& tell) {
+void ControlPlane::addShadow(LiveTable const& table, FapId fap, bool warm, Tell const& tell) {
   HwShadowKey const key = shadowOf(table, fap);
-  if (!table.table->hwShadowCollHas(key)) {
+  bool const isNew = !table.table->hwShadowCollHas(key);
+  if (isNew) {
     if (auto const former = formerStore(table.name(), table.description->typeName, revision_, key))
       tell(*former);
   }
   table.table->processFapIdAdd(Dovel::ptrIsImpl<FapControlData>(fap, revision_));
+  // What a table writes by itself would take the place of what agents made of it on the chip.
+  if (isNew && warm) writer_->dirtyKeysDel(*table.table->hwShadow(key));
 }
 
 void ControlPlane::fapDel(FapId fap) {

@@ -107,7 +107,7 @@ class ControlPlane {
  private:
   void build();
   void makeTables();
-  void addShadow(LiveTable const& table, Sluice::FapId fap, Tell const& tell);
+  void addShadow(LiveTable const& table, Sluice::FapId fap, bool warm, Tell const& tell);
   void end() noexcept;
   LoamAsicUtils::HwShadowKey shadowOf(LiveTable const& table, Sluice::FapId fap) const;
 

@@ -133,6 +133,7 @@ FieldDescription const& fieldNamed(TableDescription const& table,
       std::ranges::find(fields, name, [](FieldDescription const* field) { return field->name; });
   if (found != fields.end()) return **found;
   std::vector<std::string_view> names;
+  names.reserve(fields.size());
   for (FieldDescription const* const field : fields) names.push_back(field->name);
   std::string_view const view = fields.front()->view;
   throwUnknown(view.empty() ? table.name : view, "field", name, names);

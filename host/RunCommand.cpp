@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <list>
+#include <map>
 #include <memory>
 
 #include "host/Bundle.h"
@@ -48,11 +49,11 @@ struct Options {
   bool listsOperations = false;
 };
 
-// "A0" for the chip of the bundle.
+// Of the bundle's chip, by what follows its name: "A0".
 std::map<std::string, FapRevision> revisions() {
+  static constexpr std::string_view kChip = "Qumran3a";
   std::map<std::string, FapRevision> named;
   for (FapRevision const& revision : LoamAsicUtils::SupportedFapRevList::fapRevisionList()) {
-    std::string_view const kChip = "Qumran3a";
     Dovel::String const text = revision.shortForm();
     if (text.view().starts_with(kChip)) named[std::string(text.view().substr(kChip.size()))] = revision;
   }

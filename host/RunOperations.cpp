@@ -52,6 +52,7 @@ RunOperations::Operation const& operationOf(Json const& given) {
       std::ranges::find(operations, op->get_ref<std::string const&>(), &RunOperations::Operation::name);
   if (found != operations.end()) return *found;
   std::vector<std::string_view> names;
+  names.reserve(operations.size());
   for (auto const& operation : operations) names.push_back(operation.name);
   throwUnknown("", "operation", op->get_ref<std::string const&>(), names);
 }

@@ -84,6 +84,7 @@ std::vector<std::string> summaryLines(ControlPlane const& plane, std::chrono::na
   for (Line const& line : lines)
     for (std::size_t at = 0; at < kColumns; ++at) widths[at] = std::max(widths[at], line[at].size());
   std::vector<std::string> texts;
+  texts.reserve(lines.size());
   for (Line const& line : lines) texts.push_back(joined(line, widths));
   return texts;
 }

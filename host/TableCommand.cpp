@@ -60,7 +60,7 @@ Json keyJson(std::string_view members) {
     std::string_view const member = members.substr(0, members.find(','));
     auto const colon = member.find(':');
     key[std::string(member.substr(0, colon))] =
-        Json::parse(member.substr(colon == member.npos ? 0 : colon + 1), nullptr, false);
+        Json::parse(member.substr(colon == std::string_view::npos ? 0 : colon + 1), nullptr, false);
     members.remove_prefix(std::min(members.size(), member.size() + 1));
   }
   return key;

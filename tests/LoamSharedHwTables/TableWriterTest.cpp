@@ -93,6 +93,20 @@ TEST(TableWriter, WritesTablesWithoutARankBeforeAllOthers) {
   EXPECT_EQ(watcher.rows.back(), 0x120002U);
 }
 
+TEST(TableWriter, SendsNothingOfWhatAShadowWasToldToForget) {
+  DirectRig rig({.faps = 1});
+  auto& buckets = rig.makeWithFaps<SmallBbHwDirect>(TestSupport::kRevision, 1);
+  auto& sources = rig.makeWithFaps<SrcAddrMapHwDirect>(TestSupport::kRevision, 1);
+  set(buckets, 2, 1);
+  set(sources, 2, 1);
+  rig.writer->dirtyKeysDel(*sources.shadow(kShared));
+  EXPECT_EQ(rig.writer->dirtyKeys(), 1U);
+  set(buckets, 3, 1);
+  Watcher const watcher(*rig.chip);
+  rig.writer->flush();
+  EXPECT_EQ(watcher.rows, (std::vector<std::uint32_t>{0x120002, 0x120003}));
+}
+
 TEST(TableWriter, RemembersWhatTheChipLastAnsweredForAKey) {
   DirectRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();

@@ -294,6 +294,20 @@ TEST_F(Run, StartsWarmOverChipsThatOutliveIt) {
   EXPECT_EQ(warm.table("TcamHwDirect")["downloadCommands"], 4);
 }
 
+// Row 178 is one that the table writes by itself.
+TEST_F(Run, LeavesChipsThatAreInUseAloneUntilTheReplayIsDone) {
+  std::string const set = setRow("IpkgvHwDirect", 178, R"({"programSelectionProfile":5})");
+  EXPECT_EQ(place_.run({set, kVerify}, place_.keepChips()).exitCode, 0);
+  RunEvents const warm =
+      place_.events({kVerify, set, kVerify, R"({"op":"sync-done"})", kVerify}, place_.keepChips());
+  auto const verdicts = warm.of("verify");
+  ASSERT_EQ(verdicts.size(), 3U);
+  EXPECT_EQ(verdicts[0]["counts"]["different"], 1);
+  EXPECT_EQ(verdicts[0]["bad"][0]["found"]["programSelectionProfile"], 5);
+  EXPECT_EQ(verdicts[1]["clean"], true);
+  EXPECT_EQ(verdicts[2]["clean"], true);
+}
+
 TEST_F(Run, LeavesTheEntriesInTheirStoresAtItsEnd) {
   EXPECT_EQ(place_.run({setRow("SmallAdsHwDirect", 7, R"({"ecc":1})")}).exitCode, 0);
   EXPECT_EQ(place_.command("table get SmallAdsHwDirect 7").out, "value:7 ecc:1\n");

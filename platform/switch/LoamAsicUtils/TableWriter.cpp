@@ -159,6 +159,14 @@ void TableWriter::flush() {
   for (auto const& watch : std::views::reverse(watches_)) sendDeletes(*watch);
 }
 
+void TableWriter::dirtyKeysDel(HwShadowBase const& shadow) {
+  for (auto const& watch : watches_) {
+    if (&watch->shadow != &shadow) continue;
+    dirtyKeys_ -= watch->dirty.size();
+    watch->dirty.clear();
+  }
+}
+
 void TableWriter::sendWrites(Watch& watch) {
   if (watch.dirty.empty()) return;
   dirtyKeys_ -= watch.dirty.size();

@@ -52,6 +52,8 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
   // Sends all keys. Without effect in the middle of a flush.
   void flush();
   std::size_t dirtyKeys() const { return dirtyKeys_; }
+  // What the shadow has published so far is not sent: its chip is in use, and a download will come.
+  void dirtyKeysDel(HwShadowBase const& shadow);
 
   // Each of these sends all keys first.
 
