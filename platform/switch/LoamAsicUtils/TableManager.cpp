@@ -10,12 +10,14 @@ TableManager::TableManager(
     Dovel::Ptr<Hardware::Loam::LoamCmdletRequiredStatus const> loamCmdletRequiredStatus,
     Dovel::Ptr<Statebase::EntityManager> entityManager,
     Dovel::Ptr<DmaMemPoolManager::DmaMemPoolManager> dmaMemPoolManager,
-    Dovel::Ptr<Hardware::Loam::MdbStatus const> mdbStatus)
+    Dovel::Ptr<Hardware::Loam::MdbStatus const> mdbStatus,
+    Dovel::Ptr<OrloVault::Entity> regShadowEntryStorage)
     : loamStatus_(std::move(loamStatus)),
       loamCmdletRequiredStatus_(std::move(loamCmdletRequiredStatus)),
       entityManager_(std::move(entityManager)),
       dmaMemPoolManager_(std::move(dmaMemPoolManager)),
-      mdbStatus_(std::move(mdbStatus)) {}
+      mdbStatus_(std::move(mdbStatus)),
+      regShadowEntryStorage_(std::move(regShadowEntryStorage)) {}
 
 TableManager::~TableManager() { markBeingDestroyed(); }
 

@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "OrloVault/Entity.h"
 #include "platform/switch/DmaMemPoolManager/DmaMemPool.h"
 #include "platform/switch/Hardware/Status.h"
 #include "platform/switch/LoamAsicUtils/HwCommonTableBase.h"
@@ -33,7 +34,8 @@ class TableManager : public Dovel::Tracked<TableManager> {
                Dovel::Ptr<Hardware::Loam::LoamCmdletRequiredStatus const> loamCmdletRequiredStatus,
                Dovel::Ptr<Statebase::EntityManager> entityManager,
                Dovel::Ptr<DmaMemPoolManager::DmaMemPoolManager> dmaMemPoolManager,
-               Dovel::Ptr<Hardware::Loam::MdbStatus const> mdbStatus = nullptr);
+               Dovel::Ptr<Hardware::Loam::MdbStatus const> mdbStatus = nullptr,
+               Dovel::Ptr<OrloVault::Entity> regShadowEntryStorage = nullptr);
   ~TableManager() override;
 
   Dovel::Ptr<Hardware::Loam::Status const> const& loamStatus() const { return loamStatus_; }
@@ -45,6 +47,8 @@ class TableManager : public Dovel::Tracked<TableManager> {
     return dmaMemPoolManager_;
   }
   Dovel::Ptr<Hardware::Loam::MdbStatus const> const& mdbStatus() const { return mdbStatus_; }
+  // In whose store the process's register tables keep their entries, all of them in one.
+  Dovel::Ptr<OrloVault::Entity> const& regShadowEntryStorage() const { return regShadowEntryStorage_; }
 
   TableColl const& tableColl() const { return tableColl_; }
   // Null where there is no such table.
@@ -74,6 +78,7 @@ class TableManager : public Dovel::Tracked<TableManager> {
   TableColl tableColl_;
   Dovel::Ptr<DmaMemPoolManager::DmaMemPoolManager> dmaMemPoolManager_;
   Dovel::Ptr<Hardware::Loam::MdbStatus const> mdbStatus_;
+  Dovel::Ptr<OrloVault::Entity> regShadowEntryStorage_;
   std::unordered_map<HwTableKey, std::vector<Hardware::Block>, HwTableKeyHash> shadowInfo_;
   ShadowWatcher* shadowWatcher_ = nullptr;
 };

@@ -19,6 +19,12 @@ class Table : public Dovel::Tracked<Table, LoamAsicUtils::HwCommonTableBase> {
   }
 };
 
+class Registers : public Dovel::Tracked<Registers, OrloVault::Entity> {
+ public:
+  Registers() : Dovel::Tracked<Registers, OrloVault::Entity>("registers") {}
+  void mountIs(OrloVault::MountInfo const& /*info*/) override {}
+};
+
 TEST(TableManager, OwnsTablesByNameAndRevision) {
   Ptr<TableManager> const manager = Dovel::ptrIsImpl<TableManager>(nullptr, nullptr, nullptr, nullptr);
   HwTableKey const jericho("TcamHwDirect", FapRevision::fapRevJericho3A0());
@@ -38,12 +44,17 @@ TEST(TableManager, HandsOutWhatTablesShare) {
   auto const cmdletStatus = Dovel::ptrIsImpl<Hardware::Loam::LoamCmdletRequiredStatus>("cmdlets");
   auto const entities = Dovel::ptrIsImpl<Statebase::EntityManager>("switch1", false);
   auto const pool = DmaMemPoolManager::localMemPoolFactory("download", 64, 1, 0);
-  auto const manager = Dovel::ptrIsImpl<TableManager>(status, cmdletStatus, entities, pool);
+  auto const mdbStatus = Dovel::ptrIsImpl<Hardware::Loam::MdbStatus>("mdb");
+  Ptr<OrloVault::Entity> const registers = Dovel::ptrIsImpl<Registers>();
+  auto const manager =
+      Dovel::ptrIsImpl<TableManager>(status, cmdletStatus, entities, pool, mdbStatus, registers);
   EXPECT_EQ(manager->loamStatus(), status);
   EXPECT_EQ(manager->loamCmdletRequiredStatus()->name(), "cmdlets");
   EXPECT_EQ(manager->entityManager()->systemName(), "switch1");
   EXPECT_FALSE(manager->entityManager()->readOnly());
   EXPECT_EQ(manager->dmaMemPoolManager(), pool);
+  EXPECT_EQ(manager->mdbStatus(), mdbStatus);
+  EXPECT_EQ(manager->regShadowEntryStorage(), registers);
 }
 
 }  // namespace
