@@ -138,10 +138,11 @@ TEST(Registration, LoadingTheBundleMakesNoTableAndNoShadow) {
 }
 
 void useWithoutShadow() {
-  DirectRig rig;
-  auto& table = rig.make<IpkgvHwDirect>();
+  auto const manager = Dovel::ptrIsImpl<LoamAsicUtils::TableManager>(nullptr, nullptr, nullptr, nullptr);
+  auto const table =
+      ipkgvHwDirectFactory("IpkgvHwDirect", {"IpkgvHwDirect", TestSupport::kRevision}, manager);
   try {
-    table.setEntry(ShadowKey(0, 0), IpkgvHwDirect::Entry());
+    table->setEntry(ShadowKey(0, 0), IpkgvHwDirect::Entry());
   } catch (Asic::GracefulAssertException const&) {
     std::_Exit(7);
   }
