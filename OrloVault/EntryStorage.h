@@ -60,18 +60,14 @@ class EntryStorage : public Dovel::Tracked<Derived, Entity> {
   // Without subscribers nothing is counted.
   void entryCollDelAll() {
     bool const told = this->publisher().hasSubscribers();
-    Val value;
-    Vault::IterHint hint;
-    bool found = walked([&] { return map_.interface().first(value, hint); });
-    while (found) {
-      EntryKey const key = value.fwkKey();
+    entryCollForEach([&](Entry const& entry) {
+      EntryKey const key = Val(entry).fwkKey();
       if (told) {
         entryCollDel(key);
       } else {
         remove(key);
       }
-      found = walked([&] { return map_.interface().next(key, value, hint); });
-    }
+    });
   }
   // Calls visit(entry) for each, in the order of the store. Entries may come and go in the call.
   template <class Visit>
