@@ -47,17 +47,6 @@ Dovel::Ptr<LoamAsicUtils::HwCommonTableBase> newTable(TableDescription const& de
   return described.access->make(key, manager);
 }
 
-void add(TableWriter::Figures& to, TableWriter::Figures const& from) {
-  to.writes += from.writes;
-  to.deletes += from.deletes;
-  to.commands += from.commands;
-  to.refused += from.refused;
-  to.unanswered += from.unanswered;
-  to.downloadCommands += from.downloadCommands;
-  to.downloadBytes += from.downloadBytes;
-  to.time += from.time;
-}
-
 }  // namespace
 
 Fapmask only(FapId fap) {
@@ -73,7 +62,7 @@ bool ControlPlane::Figures::any() const {
 ControlPlane::Figures& ControlPlane::Figures::operator+=(Figures const& other) {
   set += other.set;
   deleted += other.deleted;
-  add(sent, other.sent);
+  sent += other.sent;
   verified += other.verified;
   time += other.time;
   return *this;
@@ -226,7 +215,7 @@ void ControlPlane::verified(LiveTable const& table, std::uint64_t rows, std::chr
 ControlPlane::Figures ControlPlane::figures(LiveTable const& table) const {
   auto const found = figures_.find(table.name());
   Figures all = found == figures_.end() ? Figures() : found->second;
-  if (writer_ != nullptr) add(all.sent, writer_->figures(*table.table));
+  if (writer_ != nullptr) all.sent += writer_->figures(*table.table);
   return all;
 }
 

@@ -107,6 +107,18 @@ class TableWriter::Ignoring {
   HwCommonTableBase const& table_;
 };
 
+TableWriter::Figures& TableWriter::Figures::operator+=(Figures const& other) {
+  writes += other.writes;
+  deletes += other.deletes;
+  commands += other.commands;
+  refused += other.refused;
+  unanswered += other.unanswered;
+  downloadCommands += other.downloadCommands;
+  downloadBytes += other.downloadBytes;
+  time += other.time;
+  return *this;
+}
+
 TableWriter::TableWriter(Dovel::Ptr<TableManager> const& manager, Dovel::Ptr<Sluice::Channel> const& channel)
     : manager_(manager), channel_(channel) {
   manager_->shadowWatcherIs(this);
@@ -133,13 +145,11 @@ void TableWriter::shadowComes(HwCommonShadowTableBase& table, HwShadowBase& shad
 void TableWriter::shadowGoes(HwCommonShadowTableBase& table, HwShadowBase& shadow) {
   DOVEL_TRACE(_defaultTraceHandle(), 5, "TableWriter", "table {} shadow {}", table.name(),
               shadow.hwShadowKey());
-  auto const found = std::ranges::find(watches_, &shadow, [](auto const& watch) { return &watch->shadow; });
-  if (found == watches_.end()) return;
-  dirtyKeys_ -= (*found)->dirty.size();
-  watches_.erase(found);
+  dirtyKeysDel(shadow);
+  std::erase_if(watches_, [&](auto const& watch) { return &watch->shadow == &shadow; });
 }
 
-TableWriter::Watch const* TableWriter::watchOf(HwShadowBase const& shadow) const {
+TableWriter::Watch* TableWriter::watchOf(HwShadowBase const& shadow) const {
   auto const found = std::ranges::find(watches_, &shadow, [](auto const& watch) { return &watch->shadow; });
   return found == watches_.end() ? nullptr : found->get();
 }
@@ -160,11 +170,10 @@ void TableWriter::flush() {
 }
 
 void TableWriter::dirtyKeysDel(HwShadowBase const& shadow) {
-  for (auto const& watch : watches_) {
-    if (&watch->shadow != &shadow) continue;
-    dirtyKeys_ -= watch->dirty.size();
-    watch->dirty.clear();
-  }
+  Watch* const watch = watchOf(shadow);
+  if (watch == nullptr) return;
+  dirtyKeys_ -= watch->dirty.size();
+  watch->dirty.clear();
 }
 
 void TableWriter::sendWrites(Watch& watch) {
@@ -198,7 +207,7 @@ void TableWriter::sendDeletes(Watch& watch) {
 void TableWriter::sendKey(Watch& watch, KeyImage const& key) {
   auto const cmds = watch.access.schanCmds(watch.table, watch.shadow.hwShadowKey(), key, nullptr);
   if (watch.isPartial()) watch.touched.insert(key);
-  Sluice::SendOutcome const outcome = send(watch.table, cmds);
+  Sluice::SendOutcome const outcome = send(watch.table, watch.figures, cmds);
   if (!outcome.ok()) {
     watch.refusals[key] = {outcome.status, outcome.failed};
   } else if (!watch.refusals.empty()) {
@@ -206,7 +215,7 @@ void TableWriter::sendKey(Watch& watch, KeyImage const& key) {
   }
 }
 
-Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table,
+Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table, Figures& figures,
                                       Dovel::Ptr<Sluice::SchanCmds> const& cmds) {
   if (cmds == nullptr) return {};
   Sluice::SendOutcome const outcome = channel_->send(cmds);
@@ -215,7 +224,6 @@ Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table,
                 "table {}: FAPs {} answered {}: {} refused, {} unanswered", table.name(), outcome.failed,
                 static_cast<std::uint32_t>(outcome.status), outcome.refused, outcome.unanswered);
   }
-  Figures& figures = figures_[table.hwTableKey()];
   figures.commands += outcome.commands;
   figures.refused += outcome.refused;
   figures.unanswered += outcome.unanswered;
@@ -226,9 +234,10 @@ Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table,
 
 Sluice::SendOutcome TableWriter::download(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask) {
   flush();
-  Timed const timed(figures_[table.hwTableKey()].time);
+  Figures& figures = figures_[table.hwTableKey()];
+  Timed const timed(figures.time);
   auto const fapType = Hardware::Loam::chipTypeToFapType(table.hwTableKey().fapRevision().chipType());
-  Sluice::SendOutcome const outcome = send(table, table.download(stringValue(fapType), fapmask));
+  Sluice::SendOutcome const outcome = send(table, figures, table.download(stringValue(fapType), fapmask));
   if (outcome.ok() && outcome.commands != 0) {
     for (auto const& watch : watches_)
       if (&watch->table == &table) watch->accepted(fapmask);
@@ -238,13 +247,14 @@ Sluice::SendOutcome TableWriter::download(HwCommonShadowTableBase& table, Sluice
 
 Sluice::SendOutcome TableWriter::clear(HwCommonShadowTableBase& table, HwShadowKey key) {
   flush();
-  Timed const timed(figures_[table.hwTableKey()].time);
+  Figures& figures = figures_[table.hwTableKey()];
+  Timed const timed(figures.time);
   Dovel::Ptr<Sluice::SchanCmds> cmds;
   {
     Ignoring const ignoring(*this, table);
     cmds = table.clearShadow(key);
   }
-  Sluice::SendOutcome const outcome = send(table, cmds);
+  Sluice::SendOutcome const outcome = send(table, figures, cmds);
   for (auto const& watch : watches_)
     if (&watch->table == &table && watch->access.storedCount(watch->shadow) == 0) watch->refusals.clear();
   return outcome;
@@ -252,8 +262,9 @@ Sluice::SendOutcome TableWriter::clear(HwCommonShadowTableBase& table, HwShadowK
 
 Sluice::SendOutcome TableWriter::clearFaps(HwDirectTableBase& table, Sluice::Fapmask const& fapmask) {
   flush();
-  Timed const timed(figures_[table.hwTableKey()].time);
-  return send(table, table.clearFapsInHw(fapmask));
+  Figures& figures = figures_[table.hwTableKey()];
+  Timed const timed(figures.time);
+  return send(table, figures, table.clearFapsInHw(fapmask));
 }
 
 TableWriter::Figures TableWriter::figures(HwCommonTableBase const& table) const {

@@ -33,6 +33,8 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
     std::uint64_t downloadCommands = 0;
     std::uint64_t downloadBytes = 0;
     std::chrono::nanoseconds time{};  // in which commands were made and sent
+
+    Figures& operator+=(Figures const& other);
   };
   // What the chip last answered for a key, where that was an error.
   struct Refusal {
@@ -77,12 +79,15 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
   class Watch;
   class Ignoring;
 
-  Watch const* watchOf(HwShadowBase const& shadow) const;
+  // Null for a shadow that isn't watched.
+  Watch* watchOf(HwShadowBase const& shadow) const;
   void keyIsDirty();
   void sendWrites(Watch& watch);
   void sendDeletes(Watch& watch);
   void sendKey(Watch& watch, KeyImage const& key);
-  Sluice::SendOutcome send(HwCommonTableBase const& table, Dovel::Ptr<Sluice::SchanCmds> const& cmds);
+  // The figures are those of the table.
+  Sluice::SendOutcome send(HwCommonTableBase const& table, Figures& figures,
+                           Dovel::Ptr<Sluice::SchanCmds> const& cmds);
 
   Dovel::Ptr<TableManager> manager_;
   Dovel::Ptr<Sluice::Channel> channel_;
