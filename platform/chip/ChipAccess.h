@@ -4,8 +4,8 @@
 // Threads: calls come from one thread at a time, the agent's. Answers may be written from any thread.
 // Errors: what a chip refuses, or doesn't answer, is told by the response and nowhere else. The calls that
 // carry commands throw nothing.
-// Order: what is given to one FAP takes effect in the order of the calls, messages and bulk transfers alike.
-// FAPs owe nothing to each other.
+// Order: what is given to one FAP takes effect in the order of the calls, messages, bulk transfers and passes
+// alike. FAPs owe nothing to each other.
 //
 // Responses are memory of the caller, given with status noResponse. The chip writes an answer at most once,
 // the status last (Sluice::responseIs does): within the call, later, or never. Until it has been written, the
@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "platform/switch/Sluice/FapId.h"
+#include "platform/switch/Sluice/FlushPass.h"
 #include "platform/switch/Sluice/SchanMessage.h"
 #include "runtime/Dovel/Node.h"
 
@@ -38,6 +39,12 @@ class ChipAccess : public Dovel::Node {
   // the chip may see, is refused with badAddress and moves nothing.
   virtual void bulk(Sluice::FapId fap, Sluice::BulkTransfer const& transfer,
                     Sluice::SchanResponse& response) = 0;
+
+  // Has the FAP's flush machine run one pass and returns once that was answered or is given up; always asks
+  // for a response, whose image then holds a Sluice::FlushAnswer. At no moment of a pass is an entry missing
+  // that it doesn't remove. One that breaks off has done its work on some of the entries. badDatabase tells
+  // that there is no such database, badAddress that a read's buffer isn't one that the chip may see.
+  virtual void flush(Sluice::FapId fap, Sluice::FlushPass const& pass, Sluice::SchanResponse& response) = 0;
 
   // Whether anything was written to the FAP since its last reset, by this process or one before it. False
   // tells that the chip is blank, so an implementation that can't know answers false only after a reset.

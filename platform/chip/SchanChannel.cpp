@@ -48,6 +48,7 @@ void SchanChannel::run(SchanCmd& cmd, SendOutcome& outcome) {
   for (FapId fap = faps.nextFapId(FapId::null()); !fap.isNull(); fap = faps.nextFapId(fap)) {
     SchanResponse const answer = answerOf(fap, sent, outcome);
     std::memcpy(&answers_[words], &answer, sizeof answer);
+    if (sent.block != nullptr) sent.block[words / kResponseWords] = answer;
     words += kResponseWords;
     if (answer.status == SchanStatus::ok || !sent.owesAnswer) [[likely]]
       continue;
@@ -67,10 +68,12 @@ void SchanChannel::run(SchanCmd& cmd, SendOutcome& outcome) {
 }
 
 SchanChannel::Sent SchanChannel::prepared(SchanCmd& cmd) {
+  SchanResponse* const block = cmd.responseBlock(static_cast<unsigned>(cmd.fapmask().fapIds().size()));
+  Sluice::FlushPass const* const pass = cmd.flushPass();
   unsigned const transfers = cmd.bulkTransferCount();
-  if (transfers != 0) return {cmd, transfers, true};
+  if (transfers != 0 || pass != nullptr) return {cmd, transfers, pass, true, block};
   fillMessage(cmd);
-  return {cmd, 0, message_.responseRequested != 0};
+  return {cmd, 0, nullptr, message_.responseRequested != 0, block};
 }
 
 void SchanChannel::fillMessage(SchanCmd& cmd) {
@@ -87,8 +90,20 @@ SchanResponse SchanChannel::answerOf(FapId fap, Sent const& sent, SendOutcome& o
     noResponse_ += sent.owesAnswer ? 1U : 0U;
     return {};
   }
+  if (sent.pass != nullptr) return passAnswerOf(fap, *sent.pass, outcome);
   if (sent.transfers != 0) return bulkAnswerOf(fap, sent, outcome);
   return ask(fap, sent.owesAnswer, [&](SchanResponse& response) { chip_->message(fap, message_, response); });
+}
+
+SchanResponse SchanChannel::passAnswerOf(FapId fap, Sluice::FlushPass const& pass, SendOutcome& outcome) {
+  SchanResponse const answer =
+      ask(fap, true, [&](SchanResponse& response) { chip_->flush(fap, pass, response); });
+  if (answer.status != SchanStatus::ok) return answer;
+  Sluice::FlushAnswer done;
+  std::memcpy(&done, answer.image, sizeof done);
+  ++outcome.flushPasses;
+  outcome.flushed += done.entries;
+  return answer;
 }
 
 SchanResponse SchanChannel::bulkAnswerOf(FapId fap, Sent const& sent, SendOutcome& outcome) {
@@ -122,7 +137,10 @@ SchanResponse SchanChannel::ask(FapId fap, bool owesAnswer, Give const& give) {
 void SchanChannel::traceFailure(FapId fap, SchanStatus status, Sent const& sent) const {
   if (!debugHandler().isOn(1)) return;
   char const* const what = status == SchanStatus::noResponse ? "No response" : "refused";
-  if (sent.transfers != 0) {
+  if (sent.pass != nullptr) {
+    DOVEL_TRACE(debugHandler(), 1, kClass, "{} of FAP {}: status {:#x}, flush pass over table {} id {}", what,
+                fap, std::uint32_t(status), sent.pass->physicalTableId, sent.pass->tid);
+  } else if (sent.transfers != 0) {
     Sluice::BulkTransfer const first = sent.cmd.bulkTransfer(0);
     DOVEL_TRACE(debugHandler(), 1, kClass,
                 "{} of FAP {}: status {:#x}, {} bulk transfers from block {} row {:#x}", what, fap,

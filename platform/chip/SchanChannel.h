@@ -21,6 +21,7 @@ class SchanChannel : public Dovel::Tracked<SchanChannel, Sluice::Channel>, publi
   ~SchanChannel() override;
 
   Sluice::SendOutcome send(Dovel::Ptr<Sluice::SchanCmds> const& cmds) override;
+  std::uint64_t resets(Sluice::FapId fap) const override { return chip_->resets(fap); }
 
   // Answers that were owed and didn't come in time, those of FAPs without a chip among them; and those that
   // came later, as far as they have been seen.
@@ -32,8 +33,10 @@ class SchanChannel : public Dovel::Tracked<SchanChannel, Sluice::Channel>, publi
   // A command on its way.
   struct Sent {
     Sluice::SchanCmd& cmd;
-    unsigned transfers;  // 0: a message
+    unsigned transfers;  // 0: a message, or a pass
+    Sluice::FlushPass const* pass;
     bool owesAnswer;
+    Sluice::SchanResponse* block;  // of the command; null where it has none
   };
 
   void onDelete();
@@ -41,6 +44,8 @@ class SchanChannel : public Dovel::Tracked<SchanChannel, Sluice::Channel>, publi
   Sent prepared(Sluice::SchanCmd& cmd);
   void fillMessage(Sluice::SchanCmd& cmd);
   Sluice::SchanResponse answerOf(Sluice::FapId fap, Sent const& sent, Sluice::SendOutcome& outcome);
+  Sluice::SchanResponse passAnswerOf(Sluice::FapId fap, Sluice::FlushPass const& pass,
+                                     Sluice::SendOutcome& outcome);
   Sluice::SchanResponse bulkAnswerOf(Sluice::FapId fap, Sent const& sent, Sluice::SendOutcome& outcome);
   template <class Give>
   Sluice::SchanResponse ask(Sluice::FapId fap, bool owesAnswer, Give const& give);

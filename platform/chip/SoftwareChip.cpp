@@ -78,6 +78,15 @@ void SoftwareChip::bulk(FapId fap, BulkTransfer const& transfer, SchanResponse& 
   end(*to, answer.status == SchanStatus::noResponse ? nullptr : &response, answer, met);
 }
 
+// The model has no exact-match databases.
+void SoftwareChip::flush(FapId fap, Sluice::FlushPass const& /*pass*/, SchanResponse& response) {
+  Fap* const to = fapAt(fap);
+  if (to == nullptr) return;
+  SchanResponse answer;
+  answer.status = SchanStatus::badDatabase;
+  end(*to, &response, answer, {});
+}
+
 ChipFaults::Met SoftwareChip::met(ChipFaults::Command const& command) {
   return faults_.any() ? faults_.met(command) : ChipFaults::Met();
 }

@@ -46,6 +46,7 @@ class SoftwareChip : public Dovel::Tracked<SoftwareChip, ChipAccess> {
                Sluice::SchanResponse& response) override;
   void bulk(Sluice::FapId fap, Sluice::BulkTransfer const& transfer,
             Sluice::SchanResponse& response) override;
+  void flush(Sluice::FapId fap, Sluice::FlushPass const& pass, Sluice::SchanResponse& response) override;
   bool programmed(Sluice::FapId fap) const override;
   void reset(Sluice::FapId fap) override;
   std::uint64_t resets(Sluice::FapId fap) const override;

@@ -18,11 +18,16 @@ struct SendOutcome {
   std::uint64_t unanswered = 0;
   std::uint64_t bulkCommands = 0;  // of the commands, those of bulk transfers
   std::uint64_t bulkBytes = 0;     // of all FAPs together
+  std::uint64_t flushPasses = 0;   // that FAPs have run to their end
+  std::uint64_t flushed = 0;       // entries that those have removed, merged or read
   // The first status other than ok, and the FAPs that gave such a one.
   SchanStatus status = SchanStatus::ok;
   Fapmask failed;
 
   bool ok() const { return status == SchanStatus::ok; }
+
+  // Adds what another call did; the status stays that of the first that failed.
+  SendOutcome& operator+=(SendOutcome const& other);
 };
 
 class Channel : public Dovel::Node {
@@ -31,6 +36,9 @@ class Channel : public Dovel::Node {
   // Returns when all have answered or are known not to. A null list is nothing to do. FAPs that have no chip
   // count as unanswered.
   virtual SendOutcome send(Dovel::Ptr<SchanCmds> const& cmds) = 0;
+
+  // How often the FAP's chip has become blank, as far as the channel knows.
+  virtual std::uint64_t resets(FapId fap) const = 0;
 };
 
 }  // namespace Sluice

@@ -49,6 +49,11 @@ Fapmask& Fapmask::operator&=(Fapmask const& other) {
   return *this;
 }
 
+Fapmask& Fapmask::operator|=(Fapmask const& other) {
+  for (std::size_t word = 0; word < words_.size(); ++word) words_[word] |= other.words_[word];
+  return *this;
+}
+
 FapIdList::FapIdList(Fapmask const& mask) : mask_(mask) {
   for (std::uint64_t word : mask.words()) size_ += static_cast<std::size_t>(std::popcount(word));
 }

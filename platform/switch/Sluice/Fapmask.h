@@ -30,6 +30,7 @@ class Fapmask {
   FapId nextFapId(FapId fap) const;
 
   Fapmask& operator&=(Fapmask const& other);
+  Fapmask& operator|=(Fapmask const& other);
   constexpr Words const& words() const { return words_; }
 
   friend bool isEq(Fapmask const& a, Fapmask const& b) { return a == b; }

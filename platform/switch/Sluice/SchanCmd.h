@@ -1,5 +1,5 @@
-// One command for the chip, and what the channel asks of it: a message, or bulk transfers of a buffer that
-// the command keeps alive.
+// One command for the chip, and what the channel asks of it: a message, bulk transfers of a buffer that the
+// command keeps alive, or a pass of the flush machine.
 // A command is filled, sent and answered by one thread at a time; its last reference may go in any thread.
 #pragma once
 
@@ -7,6 +7,7 @@
 #include <span>
 
 #include "platform/switch/Sluice/Fapmask.h"
+#include "platform/switch/Sluice/FlushPass.h"
 #include "platform/switch/Sluice/SchanMessage.h"
 #include "runtime/Dovel/Node.h"
 
@@ -29,6 +30,13 @@ class SchanCmd : public Dovel::Node {
   // The bulk transfers that each FAP is to run, in their order; none for a message.
   virtual unsigned int bulkTransferCount() const { return 0; }
   virtual BulkTransfer bulkTransfer(unsigned int /*number*/) const { return {}; }
+
+  // The pass that each FAP's flush machine is to run; null for other commands.
+  virtual FlushPass const* flushPass() const { return nullptr; }
+
+  // Where the answers of that many FAPs, in ascending order, are to stand for as long as the command lives;
+  // null for commands that need them no longer than readRespFromBuf() does. Asked once a sending.
+  virtual SchanResponse* responseBlock(unsigned int /*faps*/) { return nullptr; }
 
  private:
   friend class SchanCmds;

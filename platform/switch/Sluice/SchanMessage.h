@@ -58,14 +58,24 @@ struct SchanResponse {
 };
 static_assert(sizeof(SchanResponse) == 32);
 
-// A run of rows between a buffer and a memory of the chip.
+// A run of rows between a buffer and a memory of the chip; or, by exactMatch, entries of 24 bytes that the
+// chip takes one after the other, each as if a message had brought it. All of them are taken, whatever
+// becomes of those before; the answer has the first status that isn't ok, and in its image a BulkEmAnswer.
 struct BulkTransfer {
   SchanOpcode opcode = SchanOpcode::memoryWrite;  // memoryRead goes from the chip into the buffer
   std::uint32_t block = 0;
   std::uint32_t row = 0;  // the address of the first one; each further row is at the next address
   std::uint32_t rows = 0;
   std::uint32_t rowBytes = 0;
-  std::uint64_t dmaAddress = 0;  // of the first row in the buffer; rows follow each other without gaps
+  std::uint64_t dmaAddress = 0;       // of the first row in the buffer; rows follow each other without gaps
+  std::uint32_t physicalTableId = 0;  // exact match only, as is the next
+  std::uint32_t core = 0;
+};
+
+// In the image of the answer to a bulk transfer of exact-match entries.
+struct BulkEmAnswer {
+  std::uint32_t refused;  // entries
+  std::uint32_t first;    // the number of the first of them in the buffer, from 0
 };
 
 }  // namespace Sluice

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -76,12 +77,19 @@ class TestCmd : public Dovel::Tracked<TestCmd, Sluice::SchanCmdBase> {
       : faps_(faps), message_(toSend), answerWords(8 * faps.fapIds().size()) {}
   TestCmd(Sluice::Fapmask const& faps, std::vector<Sluice::BulkTransfer> transfers)
       : faps_(faps), transfers_(std::move(transfers)), answerWords(8 * faps.fapIds().size()) {}
+  TestCmd(Sluice::Fapmask const& faps, Sluice::FlushPass const& pass)
+      : faps_(faps), pass_(pass), answerWords(8 * faps.fapIds().size()) {}
 
   Sluice::Fapmask const& fapmask() const override { return faps_; }
   unsigned int dwc_write() const override { return messageWords; }
   unsigned int dwc_read() const override { return static_cast<unsigned>(answerWords); }
   unsigned int bulkTransferCount() const override { return static_cast<unsigned>(transfers_.size()); }
   Sluice::BulkTransfer bulkTransfer(unsigned int number) const override { return transfers_.at(number); }
+  Sluice::FlushPass const* flushPass() const override { return pass_ ? &*pass_ : nullptr; }
+  Sluice::SchanResponse* responseBlock(unsigned int faps) override {
+    blockFaps = faps;
+    return block;
+  }
 
   Sluice::SchanStatus status(std::size_t number = 0) const {
     return static_cast<Sluice::SchanStatus>(answers.at(number * 8));
@@ -101,6 +109,7 @@ class TestCmd : public Dovel::Tracked<TestCmd, Sluice::SchanCmdBase> {
   Sluice::Fapmask faps_;
   Sluice::schan_xmsg_user_ message_{};
   std::vector<Sluice::BulkTransfer> transfers_;
+  std::optional<Sluice::FlushPass> pass_;
 
  public:
   std::size_t answerWords;
@@ -108,6 +117,8 @@ class TestCmd : public Dovel::Tracked<TestCmd, Sluice::SchanCmdBase> {
   unsigned fills = 0;
   unsigned reads = 0;
   Words answers;
+  Sluice::SchanResponse* block = nullptr;
+  unsigned blockFaps = 0;
 };
 
 template <class... Args>

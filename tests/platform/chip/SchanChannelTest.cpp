@@ -32,6 +32,10 @@ class Script : public Dovel::Tracked<Script, Chip::ChipAccess> {
     given.push_back(fmt::format("{}:{}x{}", fap, transfer.row, transfer.rows));
     answer(response);
   }
+  void flush(Sluice::FapId fap, Sluice::FlushPass const& pass, SchanResponse& response) override {
+    given.push_back(fmt::format("{}:pass {}/{}", fap, pass.physicalTableId, pass.tid));
+    answer(response);
+  }
   bool programmed(Sluice::FapId) const override { return true; }
   void reset(Sluice::FapId) override { ++resetCount; }
   std::uint64_t resets(Sluice::FapId) const override { return resetCount; }
@@ -95,6 +99,38 @@ TEST_F(SchanChannel, RunsEachCommandOnItsFapsInAscendingOrder) {
   send({cmd(fapsOf({127, 0, 5}), readOf(kAds)), cmd(fapsOf({1, 0}), readOf(kTcam))});
   EXPECT_THAT(chip->given,
               ElementsAre("0:0x3130000", "5:0x3130000", "127:0x3130000", "0:0x3100000", "1:0x3100000"));
+}
+
+TEST_F(SchanChannel, RunsThePassOfACommandOnEachFapAndAddsUpWhatTheyFlushed) {
+  auto const pass = cmd(fapsOf({0, 2}), Sluice::FlushPass{.physicalTableId = 64, .tid = 62});
+  chip->answer = [](SchanResponse& response) {
+    responseIs(response, {.status = SchanStatus::ok, .image = {7, 0}});
+  };
+  SendOutcome const outcome = send({pass});
+  EXPECT_THAT(chip->given, ElementsAre("0:pass 64/62", "2:pass 64/62"));
+  EXPECT_EQ(outcome.flushPasses, 2U);
+  EXPECT_EQ(outcome.flushed, 14U);
+  EXPECT_EQ(outcome.bulkCommands, 0U);
+}
+
+TEST_F(SchanChannel, CountsNothingAsFlushedByAPassThatIsRefused) {
+  answersAre({SchanStatus::badDatabase, SchanStatus::noResponse});
+  SendOutcome const outcome = send({cmd(fapsOf({0, 1}), Sluice::FlushPass{})});
+  EXPECT_EQ(outcome.status, SchanStatus::badDatabase);
+  EXPECT_EQ(outcome.failed, fapsOf({0, 1}));
+  EXPECT_EQ(outcome.flushPasses, 0U);
+}
+
+TEST_F(SchanChannel, PutsTheAnswersIntoTheBlockOfACommandThatHasOne) {
+  SchanResponse block[3];
+  auto const one = cmd(fapsOf({1, 5, 9}), readOf(kAds));
+  one->block = block;
+  answersAre({SchanStatus::ok, SchanStatus::bucketFull});
+  send({one});
+  EXPECT_EQ(one->blockFaps, 3U);
+  EXPECT_EQ(block[0].status, SchanStatus::ok);
+  EXPECT_EQ(block[1].status, SchanStatus::bucketFull);
+  EXPECT_EQ(block[2].status, SchanStatus::noResponse);  // no chip
 }
 
 TEST_F(SchanChannel, FillsAMessageOnceForAllFaps) {
