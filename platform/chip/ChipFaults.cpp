@@ -1,5 +1,7 @@
 #include "platform/chip/ChipFaults.h"
 
+#include <algorithm>
+
 namespace Chip {
 namespace {
 
@@ -9,7 +11,10 @@ bool counts(ChipFault const& fault, ChipFaults::Command const& command) {
     case ChipFault::Kind::flipBit:
       return command.writes;
     case ChipFault::Kind::resetInTransfer:
-      return command.bulk;
+      return command.what == ChipFaults::Command::What::bulk;
+    case ChipFault::Kind::failPass:
+    case ChipFault::Kind::slowPass:
+      return command.what == ChipFaults::Command::What::pass;
     default:
       return true;
   }
@@ -31,6 +36,13 @@ void add(ChipFault const& fault, ChipFaults::Met& met) {
       break;
     case ChipFault::Kind::resetInTransfer:
       met.resetInTransfer = true;
+      break;
+    case ChipFault::Kind::failPass:
+      met.pass.breaksOff = fault.status;
+      break;
+    case ChipFault::Kind::slowPass:
+      met.pass.pause = fault.after;
+      met.pass.every = fault.every;
       break;
   }
 }
@@ -54,10 +66,28 @@ void ChipFaults::refusedRowsAre(std::uint32_t block, std::uint32_t row, std::uin
   any_ = true;
 }
 
+void ChipFaults::refusedKeyIs(std::uint32_t physicalTable, ExactMatchEntry const& entry,
+                              Sluice::SchanStatus status) {
+  ExactMatchDatabase const* const database = ExactMatchMap::find(physicalTable, entry.tid());
+  if (database == nullptr) return;
+  refusedKeys_.push_back({database, entry.words[0] & database->keyMask(), status});
+  any_ = true;
+}
+
 void ChipFaults::randomRefusalIs(std::uint64_t seed, double probability, Sluice::SchanStatus status) {
-  random_.seed(seed);
-  refusalProbability_ = probability;
+  refusal_ = {std::mt19937_64(seed), probability};
   refusalStatus_ = status;
+  any_ = true;
+}
+
+void ChipFaults::randomLossIs(std::uint64_t seed, double probability) {
+  loss_ = {std::mt19937_64(seed), probability};
+  any_ = true;
+}
+
+void ChipFaults::randomLateIs(std::uint64_t seed, double probability, std::uint64_t most) {
+  late_ = {std::mt19937_64(seed), probability};
+  latest_ = std::max<std::uint64_t>(most, 1);
   any_ = true;
 }
 
@@ -65,7 +95,10 @@ void ChipFaults::faultsDel() { *this = {}; }
 
 ChipFaults::Met ChipFaults::met(Command const& command) {
   Met met;
-  if (randomlyRefused()) met.refusal = refusalStatus_;
+  if (refusal_.strikes()) met.refusal = refusalStatus_;
+  met.answerLost = loss_.strikes();
+  if (late_.strikes())
+    met.answerAfter = std::uniform_int_distribution<std::uint64_t>(1, latest_)(late_.random);
   for (Rows const& refused : refusedRows_)
     if (refused.touchedBy(command)) met.refusal = refused.status;
   for (ChipFault& fault : faults_)
@@ -74,8 +107,16 @@ ChipFaults::Met ChipFaults::met(Command const& command) {
   return met;
 }
 
-bool ChipFaults::randomlyRefused() {
-  return refusalProbability_ > 0 && std::bernoulli_distribution(refusalProbability_)(random_);
+bool ChipFaults::Chance::strikes() {
+  return probability > 0 && std::bernoulli_distribution(probability)(random);
+}
+
+std::optional<Sluice::SchanStatus> ChipFaults::keyRefusal(ExactMatchDatabase const& database,
+                                                          ExactMatchEntry const& entry) const {
+  std::uint64_t const bits = entry.words[0] & database.keyMask();
+  for (Key const& refused : refusedKeys_)
+    if (refused.database == &database && refused.bits == bits) return refused.status;
+  return std::nullopt;
 }
 
 }  // namespace Chip

@@ -28,6 +28,17 @@ bool isFor(SchanOpcode opcode, ChipMemory::Kind kind) {
 
 }  // namespace
 
+ChipModel::ChipModel(Sluice::FapId fap, ExactMatchOptions const& exactMatch)
+    : fap_(fap), state_(exactMatch.entries), databases_(fap, state_, exactMatch.candidates) {}
+
+ChipModel::ChipModel(Sluice::FapId fap, ExactMatchOptions const& exactMatch, Dovel::String const& path)
+    : fap_(fap), state_(exactMatch.entries, path), databases_(fap, state_, exactMatch.candidates) {}
+
+void ChipModel::observerIs(ChipObserver* observer) {
+  observer_ = observer;
+  databases_.observerIs(observer);
+}
+
 bool ChipModel::writes(SchanOpcode opcode) {
   return opcode == SchanOpcode::memoryWrite || opcode == SchanOpcode::registerWrite;
 }
@@ -48,7 +59,6 @@ ChipMemory const* ChipModel::addressed(Message const& message) {
 
 SchanStatus ChipModel::message(Message const& message, std::span<std::uint32_t, 6> image,
                                FlippedBit flippedBit) {
-  if (message.opcode() == SchanOpcode::exactMatch) return SchanStatus::badDatabase;
   ChipMemory const* const memory = addressed(message);
   if (memory == nullptr) return SchanStatus::badAddress;
   if (writes(message.opcode())) {

@@ -1,4 +1,5 @@
-// One FAP of a SoftwareChip: its memories, and what messages and bulk transfers do to them. One thread.
+// One FAP of a SoftwareChip: its memories and exact-match databases, and what messages, bulk transfers and
+// passes do to them. One thread, but for look-ups in databases.
 #pragma once
 
 #include <cstddef>
@@ -7,38 +8,38 @@
 #include <span>
 
 #include "platform/chip/ChipMemoryMap.h"
+#include "platform/chip/ChipObserver.h"
 #include "platform/chip/ChipState.h"
+#include "platform/chip/ExactMatchDatabases.h"
 #include "platform/switch/Sluice/FapId.h"
 #include "platform/switch/Sluice/SchanMessage.h"
 
 namespace Chip {
-
-// For tests that watch what a chip holds. Calls come in the middle of the chip's own, so it is given nothing
-// to do there.
-class ChipObserver {
- public:
-  virtual ~ChipObserver() = default;
-  // Just before the row changes from one to the other.
-  virtual void rowWritten(Sluice::FapId fap, std::uint32_t block, std::uint32_t row,
-                          std::span<std::byte const> before, std::span<std::byte const> after) = 0;
-  // The FAP has become blank.
-  virtual void wasReset(Sluice::FapId fap) = 0;
-};
 
 class ChipModel {
  public:
   // Of a message's data or a bulk transfer's rows, the bit that doesn't arrive as it was.
   using FlippedBit = std::optional<std::uint32_t>;
 
-  explicit ChipModel(Sluice::FapId fap) : fap_(fap) {}
-  ChipModel(Sluice::FapId fap, Dovel::String const& path) : fap_(fap), state_(path) {}
+  // What the databases of a chip are like.
+  struct ExactMatchOptions {
+    std::uint32_t entries;  // that a physical table has room for
+    unsigned candidates;
+  };
+
+  // Without a path in private memory.
+  ChipModel(Sluice::FapId fap, ExactMatchOptions const& exactMatch);
+  ChipModel(Sluice::FapId fap, ExactMatchOptions const& exactMatch, Dovel::String const& path);
 
   // Whether the opcode is one that changes rows.
   static bool writes(Sluice::SchanOpcode opcode);
 
-  void observerIs(ChipObserver* observer) { observer_ = observer; }
+  void observerIs(ChipObserver* observer);
 
-  // Runs the message and tells how it went; what was read is in the image then.
+  ExactMatchDatabases& databases() { return databases_; }
+  ExactMatchDatabases const& databases() const { return databases_; }
+
+  // Runs a message for a row and tells how it went; what was read is in the image then.
   Sluice::SchanStatus message(Sluice::schan_xmsg_user_ const& message, std::span<std::uint32_t, 6> image,
                               FlippedBit flippedBit);
 
@@ -55,8 +56,10 @@ class ChipModel {
   // False where there is no such row, or not of that size.
   bool rowRead(std::uint32_t block, std::uint32_t row, std::span<std::byte> out) const;
 
-  // Bytes of rows that were read or written.
-  std::uint64_t bytesMoved() const { return bytesMoved_; }
+  // Bytes of rows and entries that were read or written.
+  std::uint64_t bytesMoved() const {
+    return bytesMoved_ + databases_.entriesMoved() * ExactMatchEntry::kBytes;
+  }
 
  private:
   ChipMemory const* find(std::uint32_t block, std::uint32_t row);
@@ -68,6 +71,7 @@ class ChipModel {
 
   Sluice::FapId fap_;
   ChipState state_;
+  ExactMatchDatabases databases_;
   ChipMemory const* lastFound_ = nullptr;
   ChipObserver* observer_ = nullptr;
   std::uint64_t bytesMoved_ = 0;

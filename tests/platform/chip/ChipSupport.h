@@ -133,7 +133,8 @@ inline Dovel::Ptr<Sluice::SchanCmds> listOf(std::initializer_list<Dovel::Ptr<Tes
 }
 
 inline Dovel::Ptr<Chip::SoftwareChip> chipOf(unsigned faps, Dovel::String const& directory = {}) {
-  return Dovel::ptrIsImpl<Chip::SoftwareChip>(Chip::SoftwareChip::Options{faps, directory});
+  // Room for few entries, so that files are small.
+  return Dovel::ptrIsImpl<Chip::SoftwareChip>(Chip::SoftwareChip::Options{faps, directory, 1024});
 }
 
 // One buffer that the chip can see.
