@@ -77,9 +77,9 @@ void ChipState::make(Layout const& layout, Dovel::String const& path) {
   Mem::OpenedFile const file = Mem::openFile(part, Mem::FileUse::makeOrWrite);
   if (!file.isOpen()) Mem::throwFileError(kClass, file.error, file.text);
   int const descriptor = file.descriptor.number();
-  bool const made = ::ftruncate(descriptor, 0) == 0 &&
-                    ::ftruncate(descriptor, static_cast<off_t>(layout.end)) == 0 &&
-                    Mem::allocate(descriptor, part, 0, layout.slotsAt) &&
+  // As long as it will ever be; in between it takes no room yet.
+  bool const made = ::ftruncate(descriptor, 0) == 0 && Mem::allocate(descriptor, part, 0, layout.slotsAt) &&
+                    Mem::allocate(descriptor, part, layout.end - 1, layout.end) &&
                     Mem::writeAt(descriptor, part, &header, sizeof header, 0);
   if (!made) {
     int const error = errno;
