@@ -1,5 +1,6 @@
 // The way from a command list through the channel to the software chip, beside a plain memcpy of the same
 // rows: one row a message, or a buffer of rows a bulk transfer. The list is filled within the measured time.
+// Exact-match entries go to the chip as they are, without a channel: what the chip itself takes of an entry.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -135,6 +136,105 @@ void bufferCopies(benchmark::State& state, std::uint32_t rows) {
   state.SetItemsProcessed(state.iterations() * rows);
 }
 
+// Labels of MPLS, as the table has them, in an order that no bucket knows.
+class Labels {
+ public:
+  static constexpr std::uint32_t kCount = 100000;
+  static constexpr std::uint32_t kTable = 64;
+
+  Labels() : pool_(DmaMemPoolManager::localMemPoolFactory("bench", kCount * 24, 1)) {
+    buffer_ = dmaMemPoolBufferFactory(pool_);
+    std::uint32_t label = 1;
+    for (std::uint32_t number = 0; number < kCount; ++number, label = (label * 5 + 12345) & 0xFFFFF) {
+      std::uint64_t const words[3] = {288U | std::uint64_t{label} << 9, (number & 0x7FFFF) | 1U << 19,
+                                      std::uint64_t{1} << (167 - 128)};
+      std::memcpy(buffer_->va() + std::size_t{number} * 24, words, 24);
+      Message message{};
+      message.header = 53U << 24 | Message::kExactMatchLength;
+      message.block = kBlock;
+      message.physicalTableId = kTable;
+      message.responseRequested = 1;
+      std::memcpy(message.data, words, 24);
+      messages.push_back(message);
+    }
+  }
+
+  Dovel::Ptr<Chip::SoftwareChip> chip() const {
+    auto const chip = softwareChip();
+    chip->dmaPoolIs(pool_);
+    return chip;
+  }
+  Sluice::BulkTransfer transfer() const {
+    return {.opcode = Sluice::SchanOpcode::exactMatch,
+            .block = kBlock,
+            .rows = kCount,
+            .rowBytes = 24,
+            .dmaAddress = buffer_->dmaAddrInfo().dmaAddress,
+            .physicalTableId = kTable};
+  }
+
+  std::vector<Message> messages;
+
+ private:
+  Dovel::Ptr<DmaMemPoolManager::DmaMemPoolManager> pool_;
+  Dovel::Ptr<DmaMemPoolManager::DmaMemPoolBuffer> buffer_;
+};
+
+void sendAll(Chip::SoftwareChip& chip, Labels const& labels) {
+  for (Message const& message : labels.messages) {
+    Sluice::SchanResponse response;
+    chip.message(0, message, response);
+    benchmark::DoNotOptimize(response);
+  }
+}
+
+// Into a chip that was reset, or, without `blank`, one that holds the keys.
+template <class Send>
+void exactMatch(benchmark::State& state, bool blank, Send const& send) {
+  Labels const labels;
+  auto const chip = labels.chip();
+  send(*chip, labels);
+  for (auto _ : state) {
+    if (blank) {
+      state.PauseTiming();
+      chip->reset(0);
+      state.ResumeTiming();
+    }
+    send(*chip, labels);
+  }
+  if (chip->counters(0).refused != 0) state.SkipWithError("the chip refused an entry");
+  state.SetItemsProcessed(state.iterations() * Labels::kCount);
+}
+
+void sendBulk(Chip::SoftwareChip& chip, Labels const& labels) {
+  Sluice::SchanResponse response;
+  chip.bulk(0, labels.transfer(), response);
+}
+
+// Marks every entry, as the first pass of a reconciliation does.
+void mark(Chip::SoftwareChip& chip, Labels const&) {
+  Sluice::FlushPass pass{.action = Sluice::FlushPass::Action::merge,
+                         .block = kBlock,
+                         .physicalTableId = Labels::kTable,
+                         .entryType = 1};
+  pass.rule.mask[9] = 0xC;
+  pass.rule.value[9] = 0x4;
+  pass.payload.mask[13] = pass.payload.value[13] = 4;
+  Sluice::SchanResponse response;
+  chip.flush(0, pass, response);
+  benchmark::DoNotOptimize(response);
+}
+
+void markPasses(benchmark::State& state) {
+  Labels const labels;
+  auto const chip = labels.chip();
+  sendBulk(*chip, labels);
+  for (auto _ : state) mark(*chip, labels);
+  if (chip->counters(0).bytes != (state.iterations() + 1U) * Labels::kCount * 24)
+    state.SkipWithError("a pass missed entries");
+  state.SetItemsProcessed(state.iterations() * Labels::kCount);
+}
+
 [[maybe_unused]] bool const registered = [] {
   benchmark::RegisterBenchmark("chip/message/hwtables/1", messages);
   benchmark::RegisterBenchmark("chip/message/memcpy/1", rowCopies);
@@ -146,6 +246,16 @@ void bufferCopies(benchmark::State& state, std::uint32_t rows) {
     benchmark::RegisterBenchmark(("chip/bulk/memcpy/" + size).c_str(),
                                  [rows](benchmark::State& state) { bufferCopies(state, rows); });
   }
+  using benchmark::RegisterBenchmark;
+  RegisterBenchmark("chip/exact_match_insert/hwtables/100000",
+                    [](benchmark::State& state) { exactMatch(state, true, sendAll); });
+  RegisterBenchmark("chip/exact_match_update/hwtables/100000",
+                    [](benchmark::State& state) { exactMatch(state, false, sendAll); });
+  RegisterBenchmark("chip/exact_match_bulk_insert/hwtables/100000",
+                    [](benchmark::State& state) { exactMatch(state, true, sendBulk); });
+  RegisterBenchmark("chip/exact_match_bulk_update/hwtables/100000",
+                    [](benchmark::State& state) { exactMatch(state, false, sendBulk); });
+  RegisterBenchmark("chip/exact_match_mark_pass/hwtables/100000", markPasses);
   return true;
 }();
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/chip/SchanChannel.h"
-#include "tests/platform/chip/ChipSupport.h"
+#include "tests/platform/chip/ExactMatchSupport.h"
 #include "tests/support/Sanitizers.h"
 
 #if !HWTABLES_ASAN && !HWTABLES_TSAN
@@ -35,6 +35,34 @@ TEST(ChannelCost, NothingIsAllocatedOnTheWayToTheChip) {
   EXPECT_TRUE(outcome.ok());
   EXPECT_EQ(outcome.commands, 300U);
   EXPECT_GT(before, 300U);
+}
+
+struct ExactMatchCost : ExactMatchRig {};
+
+TEST_F(ExactMatchCost, NothingIsAllocatedForAnEntry) {
+  auto const channel = Dovel::ptrIsImpl<Chip::SchanChannel>(chip);
+  std::vector<Entry> some;
+  for (std::uint64_t key = 0; key < 200; ++key) some.push_back(entryOf(kSrv6, key));
+  std::vector<Dovel::Ptr<TestCmd>> cmds{cmd(fapsOf({0}), std::vector{transferOf(kSrv6, some)}),
+                                        cmd(fapsOf({0}), markOf(kSrv6)), cmd(fapsOf({0}), sweepOf(kSrv6))};
+  for (std::uint64_t key = 0; key < 100; ++key) {
+    cmds.push_back(cmd(fapsOf({0}), messageOf(kSrv6, entryOf(kSrv6, 1000 + key))));
+    cmds.push_back(cmd(fapsOf({0}), messageOf(kSrv6, entryOf(kSrv6, 1000 + key, 2))));
+    cmds.push_back(cmd(fapsOf({0}), messageOf(kSrv6, entryOf(kSrv6, 1000 + key, 0, kDelete))));
+  }
+  for (auto const& one : cmds) one->answers.reserve(8);
+  auto const list = Sluice::schanCmdsFactory();
+  for (auto const& one : cmds) list->cmdEnq(one);
+  channel->send(list);
+  for (auto const& one : cmds) list->cmdEnq(one);
+  std::uint64_t const before = allocations;
+  Sluice::SendOutcome const outcome = channel->send(list);
+  EXPECT_FALSE(has(kSrv6, 0));
+  EXPECT_FALSE(has(kSrv6, 1000));
+  EXPECT_EQ(allocations, before);
+  EXPECT_TRUE(outcome.ok());
+  EXPECT_EQ(outcome.commands, 303U);
+  EXPECT_EQ(outcome.flushed, 400U);
 }
 
 }  // namespace

@@ -99,11 +99,6 @@ TEST_F(SoftwareChip, ARegisterTooWideForAnImageIsNotReadByMessage) {
   EXPECT_EQ(statusOf(message(SchanOpcode::registerRead, kRegister)), SchanStatus::badAddress);
 }
 
-TEST_F(SoftwareChip, KnowsNoExactMatchDatabase) {
-  EXPECT_EQ(statusOf(message(SchanOpcode::exactMatch, {282, 0x4000, 24})), SchanStatus::badDatabase);
-  EXPECT_FALSE(chip->programmed(0));
-}
-
 TEST_F(SoftwareChip, RefusesAMessageForARowThatItDoesNotHave) {
   expectRefused([](auto& message) { message.block = 283; });
   expectRefused([](auto& message) { message.address = 0x312FFFF; });
