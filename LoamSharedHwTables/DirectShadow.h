@@ -1,52 +1,30 @@
-// The shadow of a direct table and the storage of its entries. Unit is the table's generated part. See
-// HwShadowBase.h for the thread rule.
+// The shadow of a direct table. Unit is the table's generated part. See HwShadowBase.h for the thread rule.
 #pragma once
 
 #include "LoamSharedHwTables/ShadowAccessor.h"
-#include "LoamSharedHwTables/StoredEntry.h"
-#include "OrloVault/EntryStorage.h"
-#include "runtime/FastLog/FastLog.h"
+#include "LoamSharedHwTables/StoredShadow.h"
 
 namespace LoamSharedHwTables {
 
-// The collection `entryColl`, as it is mounted.
 template <class Unit>
-class DirectEntryStorage final : public OrloVault::EntryStorage<DirectEntryStorage<Unit>, StoredOps<Unit>> {
- public:
-  explicit DirectEntryStorage(Dovel::String const& name)
-      : OrloVault::EntryStorage<DirectEntryStorage<Unit>, StoredOps<Unit>>(name, typeName()) {}
-
-  static Dovel::String typeName() {
-    return Dovel::String(Unit::Traits::tableTypeName).append("::Shadow::EntryStorage");
-  }
-  static Dovel::Ptr<DirectEntryStorage> EntryStorageIs(Dovel::String const& name) {
-    return Dovel::ptrIsImpl<DirectEntryStorage>(name);
-  }
-};
-
-// Makes the storage known by its type's name to those that mount.
-template <class Unit>
-class StorageRegistration {
- public:
-  StorageRegistration() {
-    OrloSharedMem::EntityFactories::factoryIs(
-        DirectEntryStorage<Unit>::typeName(),
-        [](Dovel::String const& name) { return DirectEntryStorage<Unit>::EntryStorageIs(name); });
-  }
-};
+class DirectShadow;
 
 template <class Unit>
-class DirectShadow final
-    : public Dovel::Tracked<DirectShadow<Unit>, LoamAsicUtils::DirectKeyBasedShadowBase> {
-  using Base = Dovel::Tracked<DirectShadow, LoamAsicUtils::DirectKeyBasedShadowBase>;
+using DirectShadowOf =
+    StoredShadow<DirectShadow<Unit>, Unit,
+                 Dovel::Tracked<DirectShadow<Unit>, LoamAsicUtils::DirectKeyBasedShadowBase>>;
+
+template <class Unit>
+class DirectShadow final : public DirectShadowOf<Unit> {
+  using Base = DirectShadowOf<Unit>;
   using Cmds = Dovel::Ptr<Sluice::SchanCmds>;
   using Accessor = LoamAsicUtils::ShadowAccessor<DirectShadow>;
   using ConstAccessor = LoamAsicUtils::ShadowAccessor<DirectShadow const>;
 
  public:
-  using Entry = typename Unit::Entry;
-  using EntryKey = typename Unit::EntryKey;
-  using EntryStorage = DirectEntryStorage<Unit>;
+  using typename Base::Entry;
+  using typename Base::EntryKey;
+  using typename Base::EntryStorage;
 
   static constexpr auto kShadowType = static_cast<LoamAsicUtils::ShadowType>(Unit::Traits::shadowMode);
   static constexpr auto kTableType = LoamAsicUtils::TableType::memory;
@@ -60,9 +38,8 @@ class DirectShadow final
                Dovel::Ptr<Hardware::Loam::LoamCmdletRequiredStatus const> const& loamCmdletRequiredStatus,
                Dovel::Ptr<DmaMemPoolManager::DmaMemPoolManager> const& dmaMemPoolManager,
                Dovel::Ptr<Statebase::EntityManager> const& entityManager, Dovel::String const& tableTypeName)
-      : Base(name, hwShadowKey, fapRevision, bcmGroupAddrInfo, loamStatus, loamCmdletRequiredStatus,
-             dmaMemPoolManager, entityManager),
-        tableTypeName_(tableTypeName) {
+      : Base(tableTypeName, name, hwShadowKey, fapRevision, bcmGroupAddrInfo, loamStatus,
+             loamCmdletRequiredStatus, dmaMemPoolManager, entityManager) {
     handleInitialized();
   }
   ~DirectShadow() override {
@@ -70,16 +47,6 @@ class DirectShadow final
     onDelete();
   }
 
-  static std::string_view typeName() { return Unit::Traits::tableTypeName; }
-  Dovel::String const& tableTypeName() const { return tableTypeName_; }
-  // Null where something else was mounted in its place.
-  Dovel::Ptr<EntryStorage> const& entryStorage() const { return entryStorage_; }
-
-  // Stores one entry, and counts it nowhere but in the store.
-  void setEntry(Entry const& entry) {
-    ASIC_GRACEFUL_ASSERT(entryStorage_ != nullptr, "entryStorage", "shadow {} has no store", this->name());
-    entryStorage_->entryCollIs(entry);
-  }
   Entry getEntry(EntryKey const& key) const {
     return ConstAccessor(this).template getEntry<Entry, EntryKey, kShadowType, kTableType>(key);
   }
@@ -93,14 +60,8 @@ class DirectShadow final
                                                                          logEntry);
   }
 
-  void mountVault() { entryStorage_ = Accessor(this).template mountVault<EntryStorage>(); }
-  void unmountVault() { Accessor(this).template unmountVault<EntryStorage>(); }
-
   // Removes all entries.
-  void collCleanup() {
-    Dovel::Ptr<EntryStorage> const storage = entryStorage_;
-    if (storage != nullptr) storage->entryCollDelAll();
-  }
+  void collCleanup() { this->entriesDel(); }
 
   Cmds clearShadow(Hardware::Loam::FapRevision const& fapRevision, Sluice::Fapmask const& fapmask) override {
     initPresetEntry();
@@ -126,7 +87,7 @@ class DirectShadow final
  private:
   void handleInitialized() {
     DOVEL_TRACE(Unit::Traits::_defaultTraceHandle(), 8, "Shadow", "tableName: {} ", this->name());
-    mountVault();
+    this->mountVault();
     collCleanup();
     this->initDefaultEntry();
   }
@@ -135,11 +96,8 @@ class DirectShadow final
     if (this->bcmGroupAddrInfo() == nullptr) return;
     this->cleanupDefaultEntry();
     collCleanup();
-    unmountVault();
+    this->unmountVault();
   }
-
-  Dovel::String tableTypeName_;
-  Dovel::Ptr<EntryStorage> entryStorage_;
 };
 
 template <class Unit>

@@ -9,26 +9,10 @@
 #pragma once
 
 #include "LoamSharedHwTables/DirectShadow.h"
+#include "LoamSharedHwTables/MemoryTableDescriptor.h"
 #include "platform/switch/LoamAsicUtils/TableManager.h"
 
 namespace LoamSharedHwTables {
-
-// The descriptor of a table with memories.
-template <class Unit>
-class MemoryTableDescriptor final
-    : public Dovel::Tracked<MemoryTableDescriptor<Unit>, LoamAsicUtils::BcmGroupAddrInfo> {
- public:
-  MemoryTableDescriptor()
-      : Dovel::Tracked<MemoryTableDescriptor, LoamAsicUtils::BcmGroupAddrInfo>(
-            Dovel::String(Unit::Traits::description().groupName)) {
-    this->template memoriesAre<LoamAsicUtils::BcmMemInfo>(Unit::Traits::description());
-  }
-  ~MemoryTableDescriptor() override { this->markBeingDestroyed(); }
-
-  static Dovel::Ptr<MemoryTableDescriptor> TableDescriptorIs() {
-    return Dovel::ptrIsImpl<MemoryTableDescriptor>();
-  }
-};
 
 template <class T, class Unit>
 class DirectTable : public Dovel::Tracked<T, LoamAsicUtils::HwDirectTableBase>, public Unit {
@@ -41,7 +25,7 @@ class DirectTable : public Dovel::Tracked<T, LoamAsicUtils::HwDirectTableBase>, 
   using Entry = typename Unit::Entry;
   using EntryKey = typename Unit::EntryKey;
   using Shadow = DirectShadow<Unit>;
-  using TableDescriptor = MemoryTableDescriptor<Unit>;
+  using TableDescriptor = MemoryTableDescriptor<Unit, LoamAsicUtils::BcmMemInfo>;
 
   static Dovel::String tableName() { return Traits::tableName; }
   static Dovel::String tableTypeName() { return Traits::tableTypeName; }

@@ -4,29 +4,30 @@
 // they can be switched alone.
 //
 // A shadow gives it Entry, EntryKey, EntryStorage, the members of its base, tableTypeName() and
-// entryStorage(). The thread rule is the shadow's.
+// entryStorage(). The thread rule is the shadow's. This one is for direct tables; ExactMatchAccessor.h has
+// that of exact-match tables.
 #pragma once
 
-#include <type_traits>
-
 #include "LoamSharedHwTables/RowPosition.h"
-#include "OrloVault/EntityManager.h"
+#include "LoamSharedHwTables/ShadowAccessorBase.h"
 #include "platform/switch/Asic/LogEntryWrapperBase.h"
-#include "platform/switch/LoamAsicUtils/Constants.h"
 #include "platform/switch/LoamAsicUtils/DirectShadowBase.h"
 #include "platform/switch/LoamAsicUtils/MemoryCommands.h"
-#include "runtime/Asic/GracefulAssert.h"
-#include "runtime/Orlo/TraceHandle.h"
 
 namespace LoamAsicUtils {
 
 template <class Shadow>
-class ShadowAccessor {
+class ShadowAccessor : public ShadowAccessorBase<Shadow> {
+  using Base = ShadowAccessorBase<Shadow>;
+  using Base::_defaultTraceHandle;
+  using Base::isApplicable;
+  using Base::shadow_;
+  using Base::storage;
   using Cmds = Dovel::Ptr<Sluice::SchanCmds>;
   using Buffer = Dovel::Ptr<DmaMemPoolManager::DmaMemPoolBuffer>;
 
  public:
-  explicit ShadowAccessor(Shadow* shadow) : shadow_(*shadow) {}
+  explicit ShadowAccessor(Shadow* shadow) : Base(shadow) {}
 
   // The entry that is stored, else one of that key with the default payload.
   template <class Entry, class EntryKey, ShadowType shadowType, TableType tableType>
@@ -193,54 +194,7 @@ class ShadowAccessor {
     return result;
   }
 
-  // Mounts the shadow's store and returns it; null where something else is mounted in its place.
-  template <class EntryStorage>
-  Dovel::Ptr<EntryStorage> mountVault() const {
-    OrloVault::MountInfo info(OrloVault::OrloVaultType::writer);
-    Dovel::String const path = vaultPath();
-    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "shadowPath: {}", path);
-    info.collectionInfoIs({"entryColl", kCollectionSize, false, path});
-    auto& manager = entityManager();
-    Dovel::String const entityName = Dovel::String(shadow_.tableTypeName()).append("::Shadow::EntryStorage");
-    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "shadowPath: {} entityName {} hwTableName {}",
-                path, entityName, shadow_.tableTypeName());
-    manager.getMountGroup().mount(path, entityName, info);
-    return Dovel::ptrDynamicCast<EntryStorage>(manager.getEntity(path));
-  }
-
-  template <class EntryStorage>
-  void unmountVault() const {
-    Dovel::String const path = vaultPath();
-    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "shadowPath: {}  ", path);
-    entityManager().doUnmount(path);
-  }
-
  private:
-  // A soft maximum, the same for all tables: past it a store grows in smaller steps.
-  static constexpr std::uint32_t kCollectionSize = 512;
-
-  static Orlo::TraceHandle const& _defaultTraceHandle() {
-    static Orlo::TraceHandle const handle(channelName(), false);
-    return handle;
-  }
-  static Dovel::String channelName() {
-    Dovel::String name(std::is_const_v<Shadow> ? "const " : "");
-    return name.append(Shadow::typeName()).append("::Shadow");
-  }
-
-  bool isApplicable(Sluice::Fapmask const& applicable, Sluice::Fapmask const& fapmask) const {
-    if (!isEq(applicable, Sluice::Fapmask())) return true;
-    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor",
-                " hwShadowKey: {} not applicable for downloadFapmask: {}", shadow_.hwShadowKey(), fapmask);
-    return false;
-  }
-
-  auto& storage() const {
-    ASIC_GRACEFUL_ASSERT(shadow_.entryStorage() != nullptr, "entryStorage", "shadow {} has no store",
-                         shadow_.name());
-    return *shadow_.entryStorage();
-  }
-
   // The bytes of the key's row; until the next look into the store.
   template <class EntryKey>
   unsigned char const* payload(EntryKey const& key, bool isDelete) const {
@@ -249,17 +203,6 @@ class ShadowAccessor {
     auto const& stored = storage().entryColl(key, found);
     return found ? stored.dataBytes().data() : shadow_.defaultEntry();
   }
-
-  Dovel::String vaultPath() const {
-    return Constants::shadowTblVaultPath(shadow_.fapRevision().shortForm(), shadow_.tableTypeName(),
-                                         shadow_.hwShadowKey().toString());
-  }
-  OrloSharedMem::EntityManager& entityManager() const {
-    return OrloSharedMem::EntityManager::getEntityManager(shadow_.entityManager()->systemName(),
-                                                          shadow_.entityManager()->readOnly());
-  }
-
-  Shadow& shadow_;
 };
 
 }  // namespace LoamAsicUtils

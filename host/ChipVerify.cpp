@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "host/ExactMatchVerify.h"
 #include "host/MemoryRead.h"
 #include "platform/switch/LoamAsicUtils/DirectShadowBase.h"
 
@@ -73,10 +74,8 @@ class WantedRows {
   // Of a row that holds something else than wanted.
   RowState stateOf(std::uint32_t row, Row found, FapId fap) const {
     if (auto const refusal = refusals_.find(row);
-        refusal != refusals_.end() && refusal->second->fapmask.fapId(fap)) {
-      return refusal->second->status == Sluice::SchanStatus::noResponse ? RowState::pending
-                                                                        : RowState::refused;
-    }
+        refusal != refusals_.end() && refusal->second->fapmask.fapId(fap))
+      return Host::stateOf(*refusal->second);
     if (isZero(found) || std::ranges::equal(found, default_)) return RowState::missing;
     return rows_[row].stored ? RowState::different : RowState::stale;
   }
@@ -155,9 +154,13 @@ Fapmask masked(Fapmask mask, Fapmask const& by) {
 }  // namespace
 
 std::string_view nameOf(RowState state) {
-  static constexpr std::array<std::string_view, kRowStates> kNames{"missing", "stale",   "different",
-                                                                   "refused", "pending", "unread"};
+  static constexpr std::array<std::string_view, kRowStates> kNames{
+      "missing", "stale", "different", "refused", "pending", "unread", "marked"};
   return kNames[static_cast<std::size_t>(state)];
+}
+
+RowState stateOf(LoamAsicUtils::TableWriter::Refusal const& refusal) {
+  return refusal.status == Sluice::SchanStatus::noResponse ? RowState::pending : RowState::refused;
 }
 
 Verdict verifyChips(ControlPlane& plane, std::vector<LiveTable const*> const& tables, Fapmask const& faps,
@@ -167,9 +170,14 @@ Verdict verifyChips(ControlPlane& plane, std::vector<LiveTable const*> const& ta
   for (LiveTable const* const live : tables) {
     auto const begin = std::chrono::steady_clock::now();
     std::uint64_t const before = verdict.rows;
-    Comparison comparison(plane, *live, verdict);
-    for (auto const& [key, shadow] : live->table->hwShadowColl())
-      comparison.compare(*shadow, shadow->applicableFapmask(masked(live->table->fapmask(), faps)));
+    for (auto const& [key, shadow] : live->table->hwShadowColl()) {
+      Fapmask const applicable = shadow->applicableFapmask(masked(live->table->fapmask(), faps));
+      if (live->isExactMatch()) {
+        compareEntries(plane, *live, *shadow, applicable, verdict);
+      } else {
+        Comparison(plane, *live, verdict).compare(*shadow, applicable);
+      }
+    }
     plane.verified(*live, verdict.rows - before, std::chrono::steady_clock::now() - begin);
     if (seen) seen();
   }

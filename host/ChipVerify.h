@@ -21,9 +21,13 @@ enum class RowState : std::uint8_t {
   refused,    // it isn't right, and the chip has refused to take it
   pending,    // it isn't right, and the chip has not answered
   unread,     // the chip didn't let it be read
+  marked,     // it is right, but a reconciliation that has begun would sweep it out
 };
-inline constexpr std::size_t kRowStates = 6;
+inline constexpr std::size_t kRowStates = 7;
 std::string_view nameOf(RowState state);
+
+// Of a row that isn't right and was refused.
+RowState stateOf(LoamAsicUtils::TableWriter::Refusal const& refusal);
 
 struct BadRow {
   RowState state;
@@ -32,8 +36,8 @@ struct BadRow {
   std::string_view memory;
   std::vector<std::uint64_t> key;  // members
   std::uint32_t view;
-  std::vector<std::uint8_t> wanted;
-  std::vector<std::uint8_t> found;  // empty where it couldn't be read
+  std::vector<std::uint8_t> wanted;  // empty where nothing is
+  std::vector<std::uint8_t> found;   // empty where there is nothing, or it couldn't be read
 };
 
 struct Verdict {
@@ -45,14 +49,15 @@ struct Verdict {
   // Rows that are known not to be on the chip are no surprise; those that can't be read may be one.
   bool clean() const {
     return count(RowState::missing) + count(RowState::stale) + count(RowState::different) +
-               count(RowState::unread) ==
+               count(RowState::unread) + count(RowState::marked) ==
            0;
   }
 };
 
 // Sends what is left, then compares the tables on those FAPs of the mask that are up: whole memories, of
-// tables that are written in part the rows that stand in the store or were written since it was made. A
-// stored key that names no row is passed over. Every table is told to `seen` once it is done.
+// tables that are written in part the rows that stand in the store or were written since it was made, and all
+// entries of exact-match tables. A stored key that names no row is passed over. Every table is told to `seen`
+// once it is done.
 Verdict verifyChips(ControlPlane& plane, std::vector<LiveTable const*> const& tables,
                     Sluice::Fapmask const& faps, std::function<void()> const& seen = {});
 

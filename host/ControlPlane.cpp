@@ -89,11 +89,11 @@ void ControlPlane::build() {
 
 void ControlPlane::makeTables() {
   for (TableDescription const* const described : TableCatalogue::tables()) {
-    if (described->access == nullptr || described->family != LoamAsicUtils::TableFamily::direct) continue;
+    if (described->access == nullptr) continue;
     HwTableKey const key(Dovel::String(described->name), revision_);
     auto const made = newTable(*described, key, manager_);
     manager_->tableIs(key, made);
-    tables_.push_back({described, Dovel::ptrDynamicCast<LoamAsicUtils::HwDirectTableBase>(made)});
+    tables_.push_back({described, Dovel::ptrDynamicCast<LoamAsicUtils::HwCommonShadowTableBase>(made)});
   }
   std::ranges::stable_sort(tables_, {}, [](LiveTable const& live) { return live.table->tableRank(); });
 }
@@ -151,7 +151,13 @@ ControlPlane::Start ControlPlane::fapAdd(FapId fap, Tell const& tell) {
     addShadow(live, fap, warm, tell);
   }
   faps_.fapIdIs(fap, true);
-  for (LiveTable const* const live : ready) download(*live, only(fap));
+  for (LiveTable const* const live : ready) {
+    if (warm && live->isExactMatch()) {
+      reconcile(*live, only(fap));
+    } else {
+      download(*live, only(fap));
+    }
+  }
   bool const downloaded = ready.size() == tables_.size();
   awaitsSync_ |= !downloaded;
   return {.fap = fap, .warm = warm, .downloaded = downloaded};
@@ -175,9 +181,17 @@ void ControlPlane::fapDel(FapId fap) {
   faps_.fapIdIs(fap, false);
 }
 
-void ControlPlane::syncDone() {
-  for (LiveTable const& live : tables_) download(live, faps_);
+std::vector<ControlPlane::Reconciliation> ControlPlane::syncDone() {
+  std::vector<Reconciliation> reconciled;
+  for (LiveTable const& live : tables_) {
+    if (live.isExactMatch()) {
+      reconciled.push_back(reconcile(live, faps_));
+    } else {
+      download(live, faps_);
+    }
+  }
   awaitsSync_ = false;
+  return reconciled;
 }
 
 Fapmask ControlPlane::restart() {
@@ -201,6 +215,17 @@ void ControlPlane::deleteEntry(LiveTable const& table, HwShadowKey shadow, KeyIm
 
 Sluice::SendOutcome ControlPlane::download(LiveTable const& table, Fapmask const& faps) {
   return writer_->download(*table.table, faps);
+}
+
+ControlPlane::Reconciliation ControlPlane::reconcile(LiveTable const& table, Fapmask const& faps) {
+  LoamAsicUtils::HwEmTableBase& exactMatch = *table.exactMatch();
+  TableWriter::Figures const before = writer_->figures(exactMatch);
+  Sluice::SendOutcome const sent = writer_->reconcile(exactMatch, faps);
+  TableWriter::Figures const after = writer_->figures(exactMatch);
+  return {.table = &table,
+          .done = exactMatch.markSweepTableSm()->state() != LoamAsicUtils::MarkSweepState::failed,
+          .removed = after.flushed - before.flushed + after.staleDeleted - before.staleDeleted,
+          .sent = sent};
 }
 
 Sluice::SendOutcome ControlPlane::clear(LiveTable const& table, HwShadowKey shadow) {

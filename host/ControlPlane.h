@@ -24,10 +24,15 @@ namespace Host {
 // A table that is run.
 struct LiveTable {
   LoamAsicUtils::TableDescription const* description;
-  Dovel::Ptr<LoamAsicUtils::HwDirectTableBase> table;
+  Dovel::Ptr<LoamAsicUtils::HwCommonShadowTableBase> table;
 
   std::string_view name() const { return description->name; }
   LoamAsicUtils::TableAccess const& access() const { return *description->access; }
+  bool isExactMatch() const { return description->family == LoamAsicUtils::TableFamily::exactMatch; }
+  // Null for tables of other families.
+  LoamAsicUtils::HwEmTableBase* exactMatch() const {
+    return isExactMatch() ? static_cast<LoamAsicUtils::HwEmTableBase*>(table.ptr()) : nullptr;
+  }
 };
 
 class ControlPlane {
@@ -51,6 +56,13 @@ class ControlPlane {
     bool warm;        // the chip held something
     bool downloaded;  // from every table; else syncDone() does it
   };
+  // How an exact-match table was brought back in step with its shadow.
+  struct Reconciliation {
+    LiveTable const* table;
+    bool done;              // else it has failed, and nothing was swept out
+    std::uint64_t removed;  // stale entries
+    Sluice::SendOutcome sent;
+  };
   // Is told of each old store before it is emptied.
   using Tell = std::function<void(FormerStore const&)>;
 
@@ -71,6 +83,7 @@ class ControlPlane {
   DmaMemPoolManager::LocalMemPool& pool() { return *pool_; }
   Sluice::Channel& channel() { return *channel_; }
   LoamAsicUtils::TableWriter& writer() { return *writer_; }
+  LoamAsicUtils::TableWriter const& writer() const { return *writer_; }
 
   // Whether a FAP came up with a chip that was in use: its tables wait for what the agents will write again.
   bool awaitsSync() const { return awaitsSync_; }
@@ -82,9 +95,9 @@ class ControlPlane {
   Start fapAdd(Sluice::FapId fap, Tell const& tell);
   // Clears the FAP's chip by descending rank, and forgets the FAP.
   void fapDel(Sluice::FapId fap);
-  // The agents have written all that they want to stand: it is downloaded to every FAP, and nothing else
-  // stays in the tables.
-  void syncDone();
+  // The agents have written all that they want to stand: it gets to every FAP, and nothing else stays in the
+  // tables. Direct tables are downloaded, exact-match tables are reconciled.
+  std::vector<Reconciliation> syncDone();
   // Ends in order and builds everything but the chips again. Returns the FAPs that were up: start() them.
   Sluice::Fapmask restart();
 
@@ -98,6 +111,8 @@ class ControlPlane {
                    LoamAsicUtils::KeyImage const& key);
   // To the FAPs of the mask that are up.
   Sluice::SendOutcome download(LiveTable const& table, Sluice::Fapmask const& faps);
+  // An exact-match table, on the FAPs of the mask that are up.
+  Reconciliation reconcile(LiveTable const& table, Sluice::Fapmask const& faps);
   // Empties the shadow and clears its chips.
   Sluice::SendOutcome clear(LiveTable const& table, LoamAsicUtils::HwShadowKey shadow);
   void verified(LiveTable const& table, std::uint64_t rows, std::chrono::nanoseconds time);

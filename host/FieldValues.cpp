@@ -126,6 +126,31 @@ class GivenFields {
   std::vector<std::pair<FieldDescription const*, Bits>> given_;
 };
 
+bool overlap(FieldDescription const& a, FieldDescription const& b) {
+  return a.low <= b.high && b.low <= a.high;
+}
+
+// Of an exact-match entry an agent gives the result and nothing else: the key stands apart, and with another
+// command, mark, format or database the chip would keep the entry where reconciling doesn't find it.
+void checkSettable(TableDescription const& table, FieldDescription const& field, Bits const& bits) {
+  if (table.family != LoamAsicUtils::TableFamily::exactMatch) return;
+  for (FieldDescription const& reserved : table.fields) {
+    static constexpr std::string_view kReserved[] = {"key",       "command", "sweepBit", "vmv",
+                                                     "entryType", "appId",   "wayIndex", "prefixNum",
+                                                     "address",   "hits",    "found",    "tid"};
+    if (std::ranges::find(kReserved, reserved.name) == std::end(kReserved) || !overlap(field, reserved))
+      continue;
+    bool const isPayload = field.name == "payload" && reserved.name == "sweepBit";
+    if (isPayload && (bits.front() & 1) == 0) continue;
+    if (isPayload)
+      throw InputError(
+          fmt::format("{}: field payload: its bit 0 is the sweepBit, which is 0 in what is set", table.name));
+    throw InputError(
+        fmt::format("{}: field {}: not to be set{}", table.name, field.name,
+                    field.name == reserved.name ? "" : fmt::format(": it has bits of {}", reserved.name)));
+  }
+}
+
 FieldDescription const& fieldNamed(TableDescription const& table,
                                    std::vector<FieldDescription const*> const& fields,
                                    std::string_view name) {
@@ -207,6 +232,7 @@ RowImage rowOf(TableDescription const& table, Json const& view, Json const& fiel
   for (auto const& [name, value] : fields.items()) {
     FieldDescription const& field = fieldNamed(table, legal, name);
     Bits bits = bitsOf(table.name, field, value);
+    checkSettable(table, field, bits);
     put(row, field, bits);
     given.add(field, std::move(bits), row);
   }
@@ -228,7 +254,17 @@ std::vector<FieldDescription const*> fieldsOf(TableDescription const& table, std
 
 std::vector<FieldDescription const*> distinctFieldsOf(TableDescription const& table, std::uint32_t view) {
   std::vector<FieldDescription const*> distinct;
-  for (FieldDescription const* const field : fieldsOf(table, view)) {
+  auto const fields = fieldsOf(table, view);
+  // The whole image, key and result of an exact-match entry say nothing that their parts don't.
+  auto const isComposed = [&](FieldDescription const* whole) {
+    return table.family == LoamAsicUtils::TableFamily::exactMatch &&
+           std::ranges::any_of(fields, [&](FieldDescription const* part) {
+             return whole->low <= part->low && part->high <= whole->high &&
+                    (whole->low != part->low || whole->high != part->high);
+           });
+  };
+  for (FieldDescription const* const field : fields) {
+    if (isComposed(field)) continue;
     auto const same = [&](FieldDescription const* told) {
       return told->low == field->low && told->high == field->high;
     };

@@ -24,14 +24,6 @@ KeyImage keyImage(LiveTable const& table, std::vector<std::uint64_t> const& memb
   return table.access().keyOf(members);
 }
 
-void add(Sluice::SendOutcome& to, Sluice::SendOutcome const& from) {
-  to.commands += from.commands;
-  to.refused += from.refused;
-  to.unanswered += from.unanswered;
-  to.bulkCommands += from.bulkCommands;
-  to.bulkBytes += from.bulkBytes;
-}
-
 // Says that it isn't the operation's, or that one is missing.
 void checkMembers(RunOperations::Operation const& operation, Json const& given) {
   std::vector<std::string_view> names{"op"};
@@ -74,6 +66,7 @@ std::vector<RunOperations::Operation> const& RunOperations::operations() {
       {"clear", {{"table", false}, {"fap", false}}, &RunOperations::clear},
       {"restart", {}, &RunOperations::restart},
       {"sync-done", {}, &RunOperations::syncDone},
+      {"reconcile", {{"table", false}, {"fap", false}}, &RunOperations::reconcile},
       {"verify", {{"table", false}, {"fap", false}}, &RunOperations::verify},
       {"chip-fault",
        {{"kind", true},
@@ -172,7 +165,7 @@ void RunOperations::download(Json const& given) {
   auto const tables = tablesOf(given);
   Fapmask const faps = upFapsOf(given);
   Sluice::SendOutcome all;
-  for (LiveTable const* const table : tables) add(all, plane_.download(*table, faps));
+  for (LiveTable const* const table : tables) all += plane_.download(*table, faps);
   report_.sent("download", all);
 }
 
@@ -183,7 +176,7 @@ void RunOperations::clear(Json const& given) {
   for (LiveTable const* const table : std::views::reverse(tables)) {
     // A FAP's own tables, where all are asked for.
     if (tables.size() > 1 && !fap.isNull() && table->table->sharedShadow()) continue;
-    for (HwShadowKey const shadow : plane_.shadows(*table, fap)) add(all, plane_.clear(*table, shadow));
+    for (HwShadowKey const shadow : plane_.shadows(*table, fap)) all += plane_.clear(*table, shadow);
   }
   report_.sent("clear", all);
 }
@@ -194,8 +187,25 @@ void RunOperations::restart(Json const& /*given*/) {
 }
 
 void RunOperations::syncDone(Json const& /*given*/) {
-  plane_.syncDone();
-  report_.event({{"event", "sync-done"}}, "sync-done: all tables are downloaded");
+  auto const reconciled = plane_.syncDone();
+  report_.event({{"event", "sync-done"}},
+                "sync-done: direct tables are downloaded, exact-match tables are reconciled");
+  report_.reconciled(reconciled);
+}
+
+void RunOperations::reconcile(Json const& given) {
+  auto const tables = tablesOf(given);
+  Fapmask const faps = upFapsOf(given);
+  if (tables.size() == 1 && !tables.front()->isExactMatch()) {
+    throw InputError(
+        fmt::format("reconcile: {}: only exact-match tables are reconciled; download does it for"
+                    " others",
+                    tables.front()->name()));
+  }
+  std::vector<ControlPlane::Reconciliation> reconciled;
+  for (LiveTable const* const table : tables)
+    if (table->isExactMatch()) reconciled.push_back(plane_.reconcile(*table, faps));
+  report_.reconciled(reconciled);
 }
 
 void RunOperations::verify(Json const& given) {

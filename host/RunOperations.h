@@ -50,6 +50,7 @@ class RunOperations {
   void clear(Json const& given);
   void restart(Json const& given);
   void syncDone(Json const& given);
+  void reconcile(Json const& given);
   void verify(Json const& given);
   void chipFault(Json const& given);
 

@@ -31,7 +31,7 @@ Json badRowJson(BadRow const& row) {
   auto const& table = *row.table->description;
   Json json{{"class", nameOf(row.state)}, {"fap", row.fap.value()},         {"table", table.name},
             {"memory", row.memory},       {"key", keyJson(table, row.key)}, {"wanted", Json::object()}};
-  json["wanted"] = fieldsJson(table, row.view, row.wanted);
+  json["wanted"] = row.wanted.empty() ? Json(nullptr) : fieldsJson(table, row.view, row.wanted);
   json["found"] = row.found.empty() ? Json(nullptr) : fieldsJson(table, row.view, row.found);
   return json;
 }
@@ -43,6 +43,7 @@ std::string valueText(Json const& value) {
 // The fields that aren't as they should be. Some may overlap.
 std::string differences(BadRow const& row) {
   std::string text;
+  if (row.wanted.empty()) return text;
   for (auto const* const field : distinctFieldsOf(*row.table->description, row.view)) {
     Json const wanted = fieldJson(*field, row.wanted);
     Json const found = row.found.empty() ? wanted : fieldJson(*field, row.found);
@@ -170,6 +171,28 @@ void RunReport::sent(std::string_view operation, Sluice::SendOutcome const& outc
         text);
 }
 
+void RunReport::reconciled(std::vector<ControlPlane::Reconciliation> const& tables) {
+  for (auto const& one : tables) {
+    std::string text;
+    if (!one.done) {
+      text = fmt::format("  {}: the reconciliation FAILED, nothing was swept out: FAPs {} answered {:#x}",
+                         one.table->name(), one.sent.failed, static_cast<std::uint32_t>(one.sent.status));
+    } else if (one.removed != 0) {
+      text = fmt::format("  {}: {} removed", one.table->name(),
+                         one.removed == 1 ? "1 stale entry" : plural(one.removed, "stale entrie"));
+    }
+    event({{"event", "reconcile"},
+           {"table", one.table->name()},
+           {"done", one.done},
+           {"removed", one.removed},
+           {"passes", one.sent.flushPasses},
+           {"commands", one.sent.commands},
+           {"refused", one.sent.refused},
+           {"unanswered", one.sent.unanswered}},
+          text);
+  }
+}
+
 void RunReport::refused(std::string const& where, std::string_view why) {
   finish();
   fmt::print(stderr, "hwtables: {}: {}\n", where, oneLine(why));
@@ -180,6 +203,7 @@ void RunReport::summary(ControlPlane const& plane, std::chrono::nanoseconds time
     event(summaryJson(plane, time), "");
   } else {
     for (std::string const& line : summaryLines(plane, time)) output_.line(line);
+    for (std::string const& line : refusalLines(plane)) output_.line(line);
   }
   finish();
 }

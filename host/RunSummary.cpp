@@ -3,18 +3,52 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <map>
+
+#include "host/FieldValues.h"
+#include "runtime/Dovel/Format.h"
 
 namespace Host {
 namespace {
 
 using Figures = ControlPlane::Figures;
 
-constexpr std::size_t kColumns = 9;
+constexpr std::size_t kColumns = 11;
+constexpr std::size_t kRefusalsTold = 10;
 using Line = std::array<std::string, kColumns>;
 
 // Three digits of it.
 std::string shortNumber(double number) {
   return number < 10 ? fmt::format("{:.1f}", number) : fmt::format("{:.0f}", number);
+}
+
+using Refusal = LoamAsicUtils::TableWriter::Refusal;
+
+std::string_view reasonOf(Sluice::SchanStatus status) {
+  switch (status) {
+    case Sluice::SchanStatus::bucketFull:
+      return "bucket full";
+    case Sluice::SchanStatus::badAddress:
+      return "bad address";
+    case Sluice::SchanStatus::badDatabase:
+      return "bad database";
+    default:
+      return "no answer";
+  }
+}
+
+// Calls visit(table, key, refusal) for all that the chips have last answered with an error, in the order of
+// tables and keys.
+template <class Visit>
+void forEachRefusal(ControlPlane const& plane, Visit&& visit) {
+  for (LiveTable const& live : plane.tables()) {
+    for (auto const& [shadowKey, shadow] : live.table->hwShadowColl()) {
+      std::map<std::vector<std::uint64_t>, Refusal> sorted;
+      for (auto const& [key, refusal] : plane.writer().refusals(*shadow))
+        sorted.emplace(live.access().keyMembers(key), refusal);
+      for (auto const& [key, refusal] : sorted) visit(live, key, refusal);
+    }
+  }
 }
 
 Line lineOf(std::string_view name, Figures const& figures) {
@@ -26,6 +60,8 @@ Line lineOf(std::string_view name, Figures const& figures) {
           std::to_string(sent.refused + sent.unanswered),
           std::to_string(sent.downloadCommands),
           bytesText(sent.downloadBytes),
+          std::to_string(sent.flushPasses),
+          std::to_string(sent.flushed + sent.staleDeleted),
           std::to_string(figures.verified),
           durationText(figures.time + sent.time)};
 }
@@ -46,6 +82,8 @@ Json figuresJson(std::string_view name, Figures const& figures) {
           {"unanswered", sent.unanswered},
           {"downloadCommands", sent.downloadCommands},
           {"downloadBytes", sent.downloadBytes},
+          {"flushPasses", sent.flushPasses},
+          {"removed", sent.flushed + sent.staleDeleted},
           {"verified", figures.verified},
           {"nanoseconds", (figures.time + sent.time).count()}};
 }
@@ -69,8 +107,8 @@ std::string bytesText(std::uint64_t bytes) {
 }
 
 std::vector<std::string> summaryLines(ControlPlane const& plane, std::chrono::nanoseconds time) {
-  std::vector<Line> lines{
-      {"TABLE", "SET", "DELETED", "COMMANDS", "REFUSED", "DOWNLOADS", "DOWNLOADED", "VERIFIED", "TIME"}};
+  std::vector<Line> lines{{"TABLE", "SET", "DELETED", "COMMANDS", "REFUSED", "DOWNLOADS", "DOWNLOADED",
+                           "PASSES", "REMOVED", "VERIFIED", "TIME"}};
   Figures all;
   for (LiveTable const& live : plane.tables()) {
     Figures const figures = plane.figures(live);
@@ -89,12 +127,38 @@ std::vector<std::string> summaryLines(ControlPlane const& plane, std::chrono::na
   return texts;
 }
 
+std::vector<std::string> refusalLines(ControlPlane const& plane) {
+  std::vector<std::string> lines;
+  std::size_t more = 0;
+  forEachRefusal(plane, [&](LiveTable const& live, std::vector<std::uint64_t> const& key,
+                            Refusal const& refusal) {
+    if (lines.size() == kRefusalsTold) {
+      ++more;
+      return;
+    }
+    lines.push_back(fmt::format("not on the chip: {} {} of FAPs {}: {}", live.name(),
+                                keyText(*live.description, key), refusal.fapmask, reasonOf(refusal.status)));
+  });
+  if (more != 0) lines.push_back(fmt::format("and {} more, which --json tells", more));
+  return lines;
+}
+
 Json summaryJson(ControlPlane const& plane, std::chrono::nanoseconds time) {
   Json summary{{"event", "summary"}, {"nanoseconds", time.count()}, {"tables", Json::array()}};
   for (LiveTable const& live : plane.tables()) {
     Figures const figures = plane.figures(live);
     if (figures.any()) summary["tables"].push_back(figuresJson(live.name(), figures));
   }
+  Json& refusals = summary["refusals"] = Json::array();
+  forEachRefusal(plane,
+                 [&](LiveTable const& live, std::vector<std::uint64_t> const& key, Refusal const& refusal) {
+                   Json faps = Json::array();
+                   for (Sluice::FapId const fap : refusal.fapmask.fapIds()) faps.push_back(fap.value());
+                   refusals.push_back({{"table", live.name()},
+                                       {"key", keyJson(*live.description, key)},
+                                       {"faps", faps},
+                                       {"reason", reasonOf(refusal.status)}});
+                 });
   return summary;
 }
 

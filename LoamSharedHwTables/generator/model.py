@@ -3,7 +3,7 @@
 from dataclasses import dataclass
 from typing import ClassVar
 
-from . import fieldtypes, layout, rules
+from . import fieldtypes, layout, rules, schema
 from .catalogue import Catalogue
 
 
@@ -129,6 +129,19 @@ class Table:
     def function_name(self) -> str:
         """What the names of the table's functions start with."""
         return self.name[0].lower() + self.name[1:]
+
+    @property
+    def has_shadows(self) -> bool:
+        return self.family in schema.WITH_SHADOWS
+
+    @property
+    def write_command(self) -> str:
+        """The class of an exact-match table's commands."""
+        return self.name.removesuffix("Em") + "WriteCommand"
+
+    @property
+    def write_command_function(self) -> str:
+        return self.write_command[0].lower() + self.write_command[1:]
 
     @property
     def preset_view(self) -> View | None:

@@ -7,6 +7,7 @@ from . import fieldtypes, names
 
 FAMILIES = ("direct", "exactMatch", "register", "mdbDirect")
 WITH_DESCRIPTOR = ("direct", "exactMatch", "register")
+WITH_SHADOWS = ("direct", "exactMatch")
 WORD_MAX = 0xFFFFFFFF
 
 
@@ -240,11 +241,11 @@ TABLE = Section("tables", "One table. The file's name is the table's class name.
     Key("hasParitySupport", Flag(), "Whether the memory carries parity or ECC.", families=("direct",)),
     Key("blocks", NumberList(),
         "The chip's blocks that the table tells the table manager of, in order; not the numbers that commands"
-        " use.", families=("direct",)),
+        " use.", families=WITH_SHADOWS),
     Key("rank", Integer(1, WORD_MAX), "Place among tables that refer to each other: those of lower rank are"
         " written first. A table without one is written before all that have one.", required=False,
         families=("direct",)),
-    Key("sharedShadow", Flag(), "Whether one shadow serves all FAPs of the table.", families=("direct",)),
+    Key("sharedShadow", Flag(), "Whether one shadow serves all FAPs of the table.", families=WITH_SHADOWS),
     Key("shadowMode", Choice(("full", "partial")), "Whether a download writes every row, or only what is"
         " stored.", required=False, default="full", families=("direct",)),
     Key("initialContents", ClassName(), "The class in `Jericho3AndAbove` that writes what the table starts"

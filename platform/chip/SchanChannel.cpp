@@ -44,6 +44,7 @@ void SchanChannel::run(SchanCmd& cmd, SendOutcome& outcome) {
   Sent const sent = prepared(cmd);
   Sluice::Fapmask const& faps = cmd.fapmask();
   SchanStatus worst = SchanStatus::ok;
+  bool onlyFull = true;
   std::size_t words = 0;
   for (FapId fap = faps.nextFapId(FapId::null()); !fap.isNull(); fap = faps.nextFapId(fap)) {
     SchanResponse const answer = answerOf(fap, sent, outcome);
@@ -54,6 +55,7 @@ void SchanChannel::run(SchanCmd& cmd, SendOutcome& outcome) {
       continue;
     if (outcome.ok()) outcome.status = answer.status;
     outcome.failed.fapIdIs(fap, true);
+    onlyFull = onlyFull && answer.status == SchanStatus::bucketFull;
     if (worst == SchanStatus::ok || worst == SchanStatus::noResponse) worst = answer.status;
     traceFailure(fap, answer.status, sent);
   }
@@ -63,6 +65,7 @@ void SchanChannel::run(SchanCmd& cmd, SendOutcome& outcome) {
     ++outcome.unanswered;
   } else if (worst != SchanStatus::ok) {
     ++outcome.refused;
+    if (onlyFull) ++outcome.full;
   }
   if (cmd.dwc_read() != 0) cmd.readRespFromBuf({answers_.data(), words});
 }

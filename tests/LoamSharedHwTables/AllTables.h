@@ -1,6 +1,8 @@
 // Every table of the bundle, for tests that hold for all.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <random>
 #include <tuple>
 
@@ -45,42 +47,48 @@ namespace TestSupport {
 
 template <class... Tables>
 struct TableList {
+  using Types = testing::Types<Tables...>;
+
   template <class Visit>
   static void forEach(Visit&& visit) {
     (visit.template operator()<Tables>(), ...);
   }
 };
 
+template <class... Lists>
+struct JoinedLists;
+template <class... Tables>
+struct JoinedLists<TableList<Tables...>> {
+  using List = TableList<Tables...>;
+};
+template <class... First, class... Second, class... Rest>
+struct JoinedLists<TableList<First...>, TableList<Second...>, Rest...>
+    : JoinedLists<TableList<First..., Second...>, Rest...> {};
+template <class... Lists>
+using Joined = typename JoinedLists<Lists...>::List;
+
 using ArrayKeyTables = TableList<bcm88490_a0::TcamHwDirect, bcm88490_a0::TcamBHwDirect,
                                  bcm88490_a0::SmallBbHwDirect, bcm88490_a0::SmallBbBHwDirect>;
-using ValueKeyTables = TableList<
-    bcm88490_a0::SmallAdsHwDirect, bcm88490_a0::SmallAdsA1HwDirect, bcm88490_a0::SmallAdsB1HwDirect,
-    bcm88490_a0::SmallAdsB2HwDirect, bcm88490_a0::VttInPpPortConfig0HwDirect,
-    bcm88490_a0::MainHdrProfMapHwDirect, bcm88490_a0::EmAccessCmdHwDirect,
-    bcm88490_a0::EgrAddHdrProfMapHwDirect, bcm88490_a0::SrcAddrMapHwDirect, bcm88490_a0::IpkgvHwDirect,
-    bcm88490_a0::EsemDefaultResultHwDirect, bcm88490_a0::EtppbTrapForwardActionTableHwDirect,
-    bcm88490_a0::ItppSniffSysHdrInfoHwDirect, bcm88490_a0::IppeRecycFwdProfileMappingHwReg,
-    bcm88490_a0::BigAdsHwMdb, bcm88490_a0::BigAds1HwMdb, bcm88490_a0::BigAds3HwMdb, bcm88490_a0::BigAds4HwMdb,
-    bcm88490_a0::BigBbHwMdb, bcm88490_a0::BigBb1HwMdb, bcm88490_a0::BigBb3HwMdb, bcm88490_a0::BigBb4HwMdb,
-    bcm88490_a0::BigBbXlHwMdb, bcm88490_a0::XlKapsDirect1HwMdb, bcm88490_a0::XlKapsDirect2HwMdb>;
+using DirectValueKeyTables =
+    TableList<bcm88490_a0::SmallAdsHwDirect, bcm88490_a0::SmallAdsA1HwDirect, bcm88490_a0::SmallAdsB1HwDirect,
+              bcm88490_a0::SmallAdsB2HwDirect, bcm88490_a0::VttInPpPortConfig0HwDirect,
+              bcm88490_a0::MainHdrProfMapHwDirect, bcm88490_a0::EmAccessCmdHwDirect,
+              bcm88490_a0::EgrAddHdrProfMapHwDirect, bcm88490_a0::SrcAddrMapHwDirect,
+              bcm88490_a0::IpkgvHwDirect, bcm88490_a0::EsemDefaultResultHwDirect,
+              bcm88490_a0::EtppbTrapForwardActionTableHwDirect, bcm88490_a0::ItppSniffSysHdrInfoHwDirect>;
 using ExactMatchTables =
     TableList<bcm88490_a0::MplsIsemHwEm, bcm88490_a0::Srv6LocalSidIsemHwEm, bcm88490_a0::EsemFodoPortCvidEm,
               bcm88490_a0::InAcSVlanHwEm, bcm88490_a0::InAcUntaggedHwEm, bcm88490_a0::Ip4UdpTtMpIsemHwEm,
               bcm88490_a0::VsiToVniEsemHwEm>;
-using AllTables = TableList<
-    bcm88490_a0::TcamHwDirect, bcm88490_a0::TcamBHwDirect, bcm88490_a0::SmallBbHwDirect,
-    bcm88490_a0::SmallBbBHwDirect, bcm88490_a0::SmallAdsHwDirect, bcm88490_a0::SmallAdsA1HwDirect,
-    bcm88490_a0::SmallAdsB1HwDirect, bcm88490_a0::SmallAdsB2HwDirect, bcm88490_a0::VttInPpPortConfig0HwDirect,
-    bcm88490_a0::MainHdrProfMapHwDirect, bcm88490_a0::EmAccessCmdHwDirect,
-    bcm88490_a0::EgrAddHdrProfMapHwDirect, bcm88490_a0::SrcAddrMapHwDirect, bcm88490_a0::IpkgvHwDirect,
-    bcm88490_a0::EsemDefaultResultHwDirect, bcm88490_a0::EtppbTrapForwardActionTableHwDirect,
-    bcm88490_a0::ItppSniffSysHdrInfoHwDirect, bcm88490_a0::MplsIsemHwEm, bcm88490_a0::Srv6LocalSidIsemHwEm,
-    bcm88490_a0::EsemFodoPortCvidEm, bcm88490_a0::InAcSVlanHwEm, bcm88490_a0::InAcUntaggedHwEm,
-    bcm88490_a0::Ip4UdpTtMpIsemHwEm, bcm88490_a0::VsiToVniEsemHwEm,
-    bcm88490_a0::IppeRecycFwdProfileMappingHwReg, bcm88490_a0::BigAdsHwMdb, bcm88490_a0::BigAds1HwMdb,
-    bcm88490_a0::BigAds3HwMdb, bcm88490_a0::BigAds4HwMdb, bcm88490_a0::BigBbHwMdb, bcm88490_a0::BigBb1HwMdb,
-    bcm88490_a0::BigBb3HwMdb, bcm88490_a0::BigBb4HwMdb, bcm88490_a0::BigBbXlHwMdb,
-    bcm88490_a0::XlKapsDirect1HwMdb, bcm88490_a0::XlKapsDirect2HwMdb>;
+using RegisterTables = TableList<bcm88490_a0::IppeRecycFwdProfileMappingHwReg>;
+using MdbTables = TableList<bcm88490_a0::BigAdsHwMdb, bcm88490_a0::BigAds1HwMdb, bcm88490_a0::BigAds3HwMdb,
+                            bcm88490_a0::BigAds4HwMdb, bcm88490_a0::BigBbHwMdb, bcm88490_a0::BigBb1HwMdb,
+                            bcm88490_a0::BigBb3HwMdb, bcm88490_a0::BigBb4HwMdb, bcm88490_a0::BigBbXlHwMdb,
+                            bcm88490_a0::XlKapsDirect1HwMdb, bcm88490_a0::XlKapsDirect2HwMdb>;
+
+using DirectTables = Joined<ArrayKeyTables, DirectValueKeyTables>;
+using ValueKeyTables = Joined<DirectValueKeyTables, RegisterTables, MdbTables>;
+using AllTables = Joined<DirectTables, ExactMatchTables, RegisterTables, MdbTables>;
 
 // Calls visit<Record>(view class or "") for each class of the table that has fields.
 template <class Table, class Visit>

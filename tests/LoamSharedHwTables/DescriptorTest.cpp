@@ -1,4 +1,4 @@
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 
 namespace {
 

@@ -1,19 +1,19 @@
 // What every direct table owes its users.
 #include <set>
 
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 #include "tests/support/Message.h"
 
 namespace {
 
 using TestSupport::dataOf;
-using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::keyOfRow;
 using TestSupport::maskOf;
 using TestSupport::messageOf;
 using TestSupport::Row;
 using TestSupport::shadowKeyOf;
+using TestSupport::TableRig;
 
 template <class T>
 class DirectContract : public testing::Test {
@@ -29,11 +29,11 @@ class DirectContract : public testing::Test {
   Row defaultRow() { return {shadow().defaultEntry(), shadow().defaultEntry() + Entry::kDataBytes}; }
   std::size_t memories() const { return table_.bcmGroupAddrInfo()->memories().size(); }
 
-  DirectRig rig_;
+  TableRig rig_;
   T& table_ = rig_.makeWithFaps<T>();
 };
 
-TYPED_TEST_SUITE(DirectContract, TestSupport::DirectTables);
+TYPED_TEST_SUITE(DirectContract, TestSupport::DirectTables::Types);
 
 TYPED_TEST(DirectContract, WhatIsWrittenIsReadAndReachesEveryMemoryOfEveryFap) {
   auto const written = this->entry(this->rows() - 1, 7);

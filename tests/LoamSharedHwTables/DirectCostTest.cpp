@@ -1,5 +1,5 @@
 // What direct tables take memory for, and what not.
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 #include "tests/support/Sanitizers.h"
 
 #if !HWTABLES_ASAN && !HWTABLES_TSAN
@@ -9,10 +9,10 @@ namespace {
 
 using bcm88490_a0::SmallBbHwDirect;
 using TestSupport::allocations;
-using TestSupport::DirectRig;
 using TestSupport::keyOfRow;
 using TestSupport::maskOf;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 
 ShadowKey const kShared(Sluice::FapId::null(), 0);
 
@@ -24,7 +24,7 @@ class DirectCost : public testing::Test {
     return entry;
   }
 
-  DirectRig rig_{{.bufSize = 65536, .buffers = 64}};
+  TableRig rig_{{.bufSize = 65536, .buffers = 64}};
   SmallBbHwDirect& table_ = rig_.makeWithFaps<SmallBbHwDirect>();
 };
 

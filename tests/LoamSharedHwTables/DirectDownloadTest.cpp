@@ -1,23 +1,23 @@
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 
 namespace {
 
 using namespace bcm88490_a0;
 using TestSupport::bulkOf;
 using TestSupport::dataOf;
-using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::keyOfRow;
 using TestSupport::maskOf;
 using TestSupport::Row;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 using TestSupport::Written;
 
 ShadowKey const kShared(Sluice::FapId::null(), 0);
 constexpr char kFapType[] = "generation4";
 
 template <class T>
-void expectChipInLine(DirectRig const& rig, T const& table, unsigned fap) {
+void expectChipInLine(TableRig const& rig, T const& table, unsigned fap) {
   for (std::uint32_t row = 0; row < table.size(); ++row) {
     auto const key = keyOfRow(table, row);
     ASSERT_EQ(rig.chipRow(table, fap, key), dataOf(table.getEntry(kShared, key))) << "row " << row;
@@ -26,7 +26,7 @@ void expectChipInLine(DirectRig const& rig, T const& table, unsigned fap) {
 
 TEST(DirectDownload, ATableOfWholeBuffersEndsWithTheLastOne) {
   // 2,048 rows of 16 bytes, 256 to a buffer.
-  DirectRig rig({.bufSize = 4096});
+  TableRig rig({.bufSize = 4096});
   auto& table = rig.makeWithFaps<SmallAdsA1HwDirect>();
   auto const written = bulkOf(table.download(kFapType, maskOf({0})));
   ASSERT_EQ(written.size(), 8U);
@@ -37,7 +37,7 @@ TEST(DirectDownload, ATableOfWholeBuffersEndsWithTheLastOne) {
 }
 
 TEST(DirectDownload, ATableSmallerThanABufferIsOneCommandAMemory) {
-  DirectRig rig({.bufSize = 65536});
+  TableRig rig({.bufSize = 65536});
   auto& table = rig.makeWithFaps<SrcAddrMapHwDirect>();
   auto const written = bulkOf(table.download(kFapType, maskOf({0})));
   ASSERT_EQ(written.size(), 4U);
@@ -49,7 +49,7 @@ TEST(DirectDownload, ATableSmallerThanABufferIsOneCommandAMemory) {
 }
 
 TEST(DirectDownload, AnEmptyStoreTakesAsManyCommandsAsAFullOne) {
-  DirectRig rig({.bufSize = 4096, .buffers = 300});
+  TableRig rig({.bufSize = 4096, .buffers = 300});
   auto& table = rig.makeWithFaps<SmallBbBHwDirect>();
   std::size_t const empty = bulkOf(table.download(kFapType, maskOf({0}))).size();
   for (std::uint32_t row = 0; row < table.size(); ++row)
@@ -61,7 +61,7 @@ TEST(DirectDownload, AnEmptyStoreTakesAsManyCommandsAsAFullOne) {
 
 TEST(DirectDownload, ABufferGoesOnAcrossTheEndOfAnArray) {
   // 100 rows of 24 bytes do not divide the 2,048 rows of an array.
-  DirectRig rig({.bufSize = 2400});
+  TableRig rig({.bufSize = 2400});
   auto& table = rig.makeWithFaps<TcamBHwDirect>();
   for (std::uint32_t const row : {2046U, 2047U, 2048U, 2049U, 4095U})
     table.setEntry(kShared,
@@ -71,7 +71,7 @@ TEST(DirectDownload, ABufferGoesOnAcrossTheEndOfAnArray) {
 }
 
 TEST(DirectDownload, OneFailureOfThePoolSendsOneRowAlone) {
-  DirectRig rig({.bufSize = 4096});
+  TableRig rig({.bufSize = 4096});
   auto& table = rig.makeWithFaps<SmallAdsA1HwDirect>();
   table.setEntry(kShared, entryOf<SmallAdsA1HwDirect::Entry>(keyOfRow(table, 512), 9));
   rig.writer->flush();
@@ -97,7 +97,7 @@ TEST(DirectDownload, OneFailureOfThePoolSendsOneRowAlone) {
 }
 
 TEST(DirectDownload, ADryPoolSendsEveryRowAlone) {
-  DirectRig rig({.buffers = 0});
+  TableRig rig({.buffers = 0});
   auto& table = rig.makeWithFaps<EmAccessCmdHwDirect>();
   auto const cmds = table.download(kFapType, maskOf({0}));
   EXPECT_EQ(cmds->size(), 64U);
@@ -106,7 +106,7 @@ TEST(DirectDownload, ADryPoolSendsEveryRowAlone) {
 }
 
 TEST(DirectDownload, ABufferSmallerThanARowIsNone) {
-  DirectRig rig({.bufSize = 7});
+  TableRig rig({.bufSize = 7});
   auto& table = rig.makeWithFaps<EmAccessCmdHwDirect>();
   auto const cmds = table.download(kFapType, maskOf({0}));
   EXPECT_EQ(cmds->size(), 64U);
@@ -114,7 +114,7 @@ TEST(DirectDownload, ABufferSmallerThanARowIsNone) {
 }
 
 TEST(DirectDownload, BuffersGoBackToThePoolWithTheirCommands) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SrcAddrMapHwDirect>();
   auto cmds = table.download(kFapType, maskOf({0}));
   EXPECT_LT(rig.pool->freeBuffers(), 64U);
@@ -123,7 +123,7 @@ TEST(DirectDownload, BuffersGoBackToThePoolWithTheirCommands) {
 }
 
 TEST(DirectDownload, ClearingWritesDefaultsWhateverTheStoreHeld) {
-  DirectRig rig({.buffers = 300});
+  TableRig rig({.buffers = 300});
   auto& table = rig.makeWithFaps<TcamHwDirect>();
   TcamHwDirect::EntryKey const key(0, 9);
   table.setEntry(kShared, entryOf<TcamHwDirect::Entry>(key, 99));
@@ -140,7 +140,7 @@ TEST(DirectDownload, ClearingWritesDefaultsWhateverTheStoreHeld) {
 }
 
 TEST(DirectDownload, ClearingFapsThatAreNotTheShadowsLeavesTheStoreAsItIs) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<IpkgvHwDirect>();
   auto const shadow = table.shadow({0, 0});
   EXPECT_EQ(shadow->clearShadow(TestSupport::kRevision, maskOf({1})), nullptr);
@@ -148,7 +148,7 @@ TEST(DirectDownload, ClearingFapsThatAreNotTheShadowsLeavesTheStoreAsItIs) {
 }
 
 TEST(DirectDownload, APartlyWrittenTableWithoutEntriesGivesAnEmptyList) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<MainHdrProfMapHwDirect>(TestSupport::kAiRevision);
   auto const cmds = table.download(kFapType, maskOf({0}));
   ASSERT_NE(cmds, nullptr);
@@ -156,14 +156,14 @@ TEST(DirectDownload, APartlyWrittenTableWithoutEntriesGivesAnEmptyList) {
 }
 
 TEST(DirectDownload, APartlyWrittenTableSendsItsEntriesAndNothingElse) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<MainHdrProfMapHwDirect>();
   // Six rows in two memories.
   EXPECT_EQ(table.download(kFapType, maskOf({1}))->size(), 12U);
 }
 
 TEST(DirectDownload, TheSecondArrayOfAMemoryIsWrittenAlone) {
-  DirectRig rig({.bufSize = 65536});
+  TableRig rig({.bufSize = 65536});
   auto& table = rig.makeWithFaps<SmallAdsHwDirect>();
   auto const written = bulkOf(table.download(kFapType, maskOf({0})));
   ASSERT_EQ(written.size(), 1U);
@@ -172,7 +172,7 @@ TEST(DirectDownload, TheSecondArrayOfAMemoryIsWrittenAlone) {
 }
 
 TEST(DirectDownload, OnlyTheFapsOfTheMaskAreWritten) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   auto const written = entryOf<SmallBbHwDirect::Entry>(SmallBbHwDirect::EntryKey(1, 1), 3);
   table.setEntry(kShared, written);

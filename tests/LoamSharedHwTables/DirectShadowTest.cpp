@@ -1,16 +1,16 @@
 #include "OrloVault/EntityManager.h"
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 #include "tests/support/Message.h"
 
 namespace {
 
 using namespace bcm88490_a0;
-using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::KeyListener;
 using TestSupport::maskOf;
 using TestSupport::messageOf;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 
 using Table = SmallAdsHwDirect;
 using Entry = Table::Entry;
@@ -20,7 +20,7 @@ ShadowKey const kShared(Sluice::FapId::null(), 0);
 Entry entry(std::uint32_t row, std::uint8_t content) { return entryOf<Entry>(EntryKey(row), content); }
 
 TEST(DirectShadow, AnOldStoreIsFoundEmptyByANewShadow) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<Table>();
   auto const shadow = table.shadow(kShared);
   table.setEntry(kShared, entry(1, 1));
@@ -32,7 +32,7 @@ TEST(DirectShadow, AnOldStoreIsFoundEmptyByANewShadow) {
 }
 
 TEST(DirectShadow, AnUnmountedStoreKeepsItsEntriesForReaders) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<Table>();
   table.setEntry(kShared, entry(9, 4));
   table.shadow(kShared)->unmountVault();
@@ -45,7 +45,7 @@ TEST(DirectShadow, AnUnmountedStoreKeepsItsEntriesForReaders) {
 }
 
 TEST(DirectShadow, RemovingAllTellsEachKeyWhereAnybodyListensAndElseNone) {
-  DirectRig rig({.writing = false});
+  TableRig rig({.writing = false});
   auto& table = rig.makeWithFaps<Table>();
   auto const shadow = table.shadow(kShared);
   for (std::uint32_t row = 0; row < 20; ++row) table.setEntry(kShared, entry(row, 1));
@@ -67,7 +67,7 @@ class Stranger final : public Dovel::Tracked<Stranger, OrloVault::Entity> {
 };
 
 TEST(DirectShadow, WhereSomethingElseIsMountedEveryUseFailsGracefully) {
-  DirectRig rig;
+  TableRig rig;
   OrloSharedMem::EntityFactories::factoryIs(
       "Stranger", [](Dovel::String const& name) { return Dovel::ptrIsImpl<Stranger>(name); });
   auto& entities = OrloSharedMem::EntityManager::getEntityManager(rig.root.path(), false);
@@ -88,7 +88,7 @@ TEST(DirectShadow, WhereSomethingElseIsMountedEveryUseFailsGracefully) {
 }
 
 TEST(DirectCommands, AMaskWithoutTheShadowsFapGivesNoListWhateverIsStored) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<IpkgvHwDirect>();
   auto const shadow = table.shadow({0, 0});
   for (std::uint32_t const row : {178U, 3U}) {
@@ -109,7 +109,7 @@ std::vector<std::uint32_t> wordsOf(Dovel::Ptr<Sluice::SchanCmds> const& cmds) {
 }
 
 TEST(DirectCommands, AnAbsentKeyAndADeletedOneAreWrittenAlike) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<TcamHwDirect>();
   auto const shadow = table.shadow(kShared);
   TcamHwDirect::EntryKey const key(1, 17);
@@ -122,7 +122,7 @@ TEST(DirectCommands, AnAbsentKeyAndADeletedOneAreWrittenAlike) {
 }
 
 TEST(DirectCommands, AMessageNamesTheBlockTheRowsAddressAndTheBytes) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<TcamHwDirect>();
   auto const written = entryOf<TcamHwDirect::Entry>(TcamHwDirect::EntryKey(1, 17), 5);
   table.setEntry(kShared, written);
@@ -139,7 +139,7 @@ TEST(DirectCommands, AMessageNamesTheBlockTheRowsAddressAndTheBytes) {
 }
 
 TEST(DirectCommands, TheNullKeyCanBeStoredAndIsNeverWrittenToTheChip) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<Table>();
   EntryKey const null{EntryKey::null()};
   table.setEntry(kShared, entryOf<Entry>(null, 6));
@@ -150,7 +150,7 @@ TEST(DirectCommands, TheNullKeyCanBeStoredAndIsNeverWrittenToTheChip) {
 }
 
 TEST(DirectCommands, KeysOfOneValueAreRowsOfTheFirstArray) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<Table>();
   table.setEntry(kShared, entry(5, 1));
   auto const words = wordsOf(table.schanCmds(kShared, EntryKey(5), nullptr));
@@ -158,7 +158,7 @@ TEST(DirectCommands, KeysOfOneValueAreRowsOfTheFirstArray) {
 }
 
 TEST(DirectCommands, AShadowOfAllInstancesTakesTheIdOfAllInstances) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.make<Table>();
   table.addShadow({Sluice::FapId::null(), LoamAsicUtils::kConvergentInstance});
   EXPECT_TRUE(table.shadow({Sluice::FapId::null(), 255})->instanceConvergentShadow());

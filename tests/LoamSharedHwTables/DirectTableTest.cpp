@@ -1,21 +1,21 @@
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 
 namespace {
 
 using namespace bcm88490_a0;
 using Hardware::Block;
 using TestSupport::dataOf;
-using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::KeyListener;
 using TestSupport::maskOf;
 using TestSupport::Row;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 
 ShadowKey const kShared(Sluice::FapId::null(), 0);
 
 TEST(DirectTable, DeletingAKeyThatWasNeverWrittenIsCountedAndPublishesNothing) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   auto const shadow = table.shadow(kShared);
   KeyListener listener(*shadow);
@@ -25,7 +25,7 @@ TEST(DirectTable, DeletingAKeyThatWasNeverWrittenIsCountedAndPublishesNothing) {
 }
 
 TEST(DirectTable, DeletingTwiceIsSilentTheSecondTime) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   table.setEntry(kShared, entryOf<SmallBbHwDirect::Entry>(SmallBbHwDirect::EntryKey(3, 5), 1));
   auto const shadow = table.shadow(kShared);
@@ -37,7 +37,7 @@ TEST(DirectTable, DeletingTwiceIsSilentTheSecondTime) {
 }
 
 TEST(DirectTable, AnEmptyTcamReadsAsBankSelectFifteenAndABucketMemoryAsZeroes) {
-  DirectRig rig;
+  TableRig rig;
   auto& tcam = rig.makeWithFaps<TcamHwDirect>();
   auto const read = tcam.getEntry(kShared, {1, 4095});
   EXPECT_EQ(static_cast<unsigned>(read.viewT()), 0U);
@@ -49,7 +49,7 @@ TEST(DirectTable, AnEmptyTcamReadsAsBankSelectFifteenAndABucketMemoryAsZeroes) {
 }
 
 TEST(DirectTable, AShadowIsAddedAndInitialisedOnce) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.make<EtppbTrapForwardActionTableHwDirect>();
   ShadowKey const key(0, 0);
   EXPECT_EQ(table.addShadow(key), 0);
@@ -63,7 +63,7 @@ TEST(DirectTable, AShadowIsAddedAndInitialisedOnce) {
 }
 
 TEST(DirectTable, CommandsAreMadeFromWhatTheStoreHoldsWhenTheyAreAskedFor) {
-  DirectRig rig({.writing = false});
+  TableRig rig({.writing = false});
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   SmallBbHwDirect::EntryKey const key(2, 7);
   table.setEntry(kShared, entryOf<SmallBbHwDirect::Entry>(key, 1));
@@ -75,7 +75,7 @@ TEST(DirectTable, CommandsAreMadeFromWhatTheStoreHoldsWhenTheyAreAskedFor) {
 }
 
 TEST(DirectTable, TellsItsBlocksInOrderAndWithdrawsThemWithItsEnd) {
-  DirectRig rig;
+  TableRig rig;
   LoamAsicUtils::HwTableKey const key(EgrAddHdrProfMapHwDirect::tableName(), TestSupport::kRevision);
   rig.make<EgrAddHdrProfMapHwDirect>();
   EXPECT_EQ(rig.manager->tableShadowInfo(key), (std::vector<Block>{Block{150}, Block{151}}));
@@ -84,7 +84,7 @@ TEST(DirectTable, TellsItsBlocksInOrderAndWithdrawsThemWithItsEnd) {
 }
 
 TEST(DirectTable, RanksAndSharingAreThoseOfTheChip) {
-  DirectRig rig;
+  TableRig rig;
   EXPECT_EQ(rig.make<TcamHwDirect>().tableRank(), 95U);
   EXPECT_EQ(rig.make<SmallAdsB2HwDirect>().tableRank(), 90U);
   EXPECT_EQ(rig.make<SmallBbBHwDirect>().tableRank(), 85U);
@@ -98,7 +98,7 @@ TEST(DirectTable, RanksAndSharingAreThoseOfTheChip) {
 }
 
 TEST(DirectTable, AFapOfAnotherRevisionIsNotTheTables) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.make<SmallBbHwDirect>();
   auto const other = Dovel::ptrIsImpl<Hardware::Loam::FapControlData>(0, TestSupport::kAiRevision);
   EXPECT_FALSE(table.processFapIdAdd(other));
@@ -107,7 +107,7 @@ TEST(DirectTable, AFapOfAnotherRevisionIsNotTheTables) {
 }
 
 TEST(DirectTable, ASharedShadowLivesAsLongAsAnyFap) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   EXPECT_EQ(table.fapmask(), maskOf({0, 1}));
   table.processFapIdDel(0);
@@ -118,7 +118,7 @@ TEST(DirectTable, ASharedShadowLivesAsLongAsAnyFap) {
 }
 
 TEST(DirectTable, AFapTakesItsOwnShadowAlong) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<IpkgvHwDirect>();
   table.processFapIdDel(0);
   EXPECT_FALSE(table.hwShadowCollHas({0, 0}));
@@ -126,7 +126,7 @@ TEST(DirectTable, AFapTakesItsOwnShadowAlong) {
 }
 
 TEST(DirectTable, WritesGoToAllFapsOfASharedShadowAndElseToTheKeysFap) {
-  DirectRig rig;
+  TableRig rig;
   auto& shared = rig.makeWithFaps<SmallBbHwDirect>();
   EXPECT_EQ(shared.getFapmask({0, 0}), maskOf({0, 1}));
   auto& own = rig.makeWithFaps<IpkgvHwDirect>();

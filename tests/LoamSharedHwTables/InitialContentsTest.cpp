@@ -4,16 +4,16 @@
 #include "LoamSharedHwTables/Jericho3AndAbove/ItppSniffSysHdrInfoHwImpl.h"
 #include "platform/switch/Hardware/EsemValues.h"
 #include "platform/switch/LoamPPExport/ChipValues.h"
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 #include "tests/support/Message.h"
 
 namespace {
 
 using namespace bcm88490_a0;
-using TestSupport::DirectRig;
 using TestSupport::messageOf;
 using TestSupport::Row;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 
 ShadowKey const kShared(Sluice::FapId::null(), 0);
 ShadowKey const kFirst(0, 0);
@@ -29,7 +29,7 @@ std::map<std::uint32_t, typename T::Entry> contentsOf(T& table, ShadowKey key) {
 template <class T>
 std::map<std::uint32_t, typename T::Entry> freshContents(
     ShadowKey key, Hardware::Loam::FapRevision const& revision = TestSupport::kRevision) {
-  DirectRig rig;
+  TableRig rig;
   return contentsOf(rig.makeWithFaps<T>(revision), key);
 }
 
@@ -42,7 +42,7 @@ std::vector<unsigned> bitsOf(std::span<std::uint8_t const> data) {
 }
 
 TEST(InitialContents, KeyGenerationKnowsItsProgramOnEveryFap) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<IpkgvHwDirect>();
   for (unsigned fap = 0; fap < 2; ++fap) {
     auto const contents = contentsOf(table, {fap, 0});
@@ -136,7 +136,7 @@ TEST(InitialContents, SnoopRowsAreWrittenInTheOrderOfTheirCommands) {
     Dovel::Ptr<ItppSniffSysHdrInfoHwDirect::Shadow::EntryStorage> storage;
     std::vector<std::uint32_t> keys;
   };
-  DirectRig rig({.writing = false});
+  TableRig rig({.writing = false});
   Order order;
   rig.manager->shadowWatcherIs(&order);
   rig.addFap(rig.make<ItppSniffSysHdrInfoHwDirect>(), 0);
@@ -196,7 +196,7 @@ TEST(InitialContents, DefaultResultsAreThreeRows) {
 }
 
 TEST(InitialContents, TheyAreCountedAndReachTheChip) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<EsemDefaultResultHwDirect>();
   EXPECT_EQ(table.hwTableStats()->entryAddCnt(), 3U);
   EXPECT_EQ(rig.writer->dirtyKeys(), 3U);

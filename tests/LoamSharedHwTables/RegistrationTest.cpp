@@ -1,7 +1,7 @@
 #include <set>
 
 #include "platform/switch/LoamAsicUtils/HwTableHolderContext.h"
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 #include "tests/support/ChildProcess.h"
 
 namespace {
@@ -10,8 +10,8 @@ using namespace bcm88490_a0;
 using Hardware::Loam::FapRevision;
 using LoamAsicUtils::HwTableHolderContext;
 using LoamAsicUtils::HwTableKey;
-using TestSupport::DirectRig;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 
 constexpr auto kChipType = Hardware::ChipType::qumran3a;
 
@@ -68,7 +68,7 @@ TEST(Registration, ASecondRegistrationOfAKeyReplacesTheFirst) {
 }
 
 TEST(Registration, AFactoryGivesTheTableThatLives) {
-  DirectRig rig;
+  TableRig rig;
   auto const first = MainHdrProfMapHwDirect::factory(TestSupport::kRevision, rig.manager, nullptr);
   auto const unstored = MainHdrProfMapHwDirect::factory(TestSupport::kRevision, rig.manager, nullptr);
   EXPECT_NE(first, unstored);
@@ -78,14 +78,14 @@ TEST(Registration, AFactoryGivesTheTableThatLives) {
 }
 
 template <class T>
-std::pair<bool, bool> optionsOf(DirectRig const& rig) {
+std::pair<bool, bool> optionsOf(TableRig const& rig) {
   auto const table = T::factory(TestSupport::kRevision, rig.manager, nullptr);
   auto const& direct = static_cast<LoamAsicUtils::HwDirectTableBase const&>(*table);
   return {direct.firstOption(), direct.secondOption()};
 }
 
 TEST(Registration, FactoriesOfThreeTablesSetOptions) {
-  DirectRig rig;
+  TableRig rig;
   EXPECT_EQ(optionsOf<MainHdrProfMapHwDirect>(rig), std::pair(true, false));
   EXPECT_EQ(optionsOf<EtppbTrapForwardActionTableHwDirect>(rig), std::pair(true, false));
   EXPECT_EQ(optionsOf<IpkgvHwDirect>(rig), std::pair(true, true));
@@ -93,7 +93,7 @@ TEST(Registration, FactoriesOfThreeTablesSetOptions) {
 }
 
 TEST(Registration, ExportedFactoriesMakeTables) {
-  DirectRig rig;
+  TableRig rig;
   HwTableKey const key("TcamHwDirect", TestSupport::kRevision);
   Dovel::Ptr<TcamHwDirect> const table = tcamHwDirectFactory("TcamHwDirect", key, rig.manager);
   EXPECT_EQ(table->name(), "TcamHwDirect");

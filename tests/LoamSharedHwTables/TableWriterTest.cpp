@@ -1,18 +1,18 @@
 #include <algorithm>
 
-#include "tests/LoamSharedHwTables/DirectRig.h"
+#include "tests/LoamSharedHwTables/TableRig.h"
 
 namespace {
 
 using namespace bcm88490_a0;
 using Sluice::SchanStatus;
 using TestSupport::dataOf;
-using TestSupport::DirectRig;
 using TestSupport::entryOf;
 using TestSupport::keyOfRow;
 using TestSupport::maskOf;
 using TestSupport::Row;
 using TestSupport::ShadowKey;
+using TestSupport::TableRig;
 
 ShadowKey const kShared(Sluice::FapId::null(), 0);
 
@@ -39,7 +39,7 @@ void set(T& table, std::uint32_t row, std::uint8_t content) {
 }
 
 TEST(TableWriter, SendsNothingUntilItIsAskedOrThereIsEnough) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   for (std::uint32_t row = 0; row < 1023; ++row) set(table, row, 1);
   EXPECT_EQ(rig.writer->dirtyKeys(), 1023U);
@@ -51,7 +51,7 @@ TEST(TableWriter, SendsNothingUntilItIsAskedOrThereIsEnough) {
 }
 
 TEST(TableWriter, SendsKeysInTheOrderOfTheirFirstPublication) {
-  DirectRig rig({.faps = 1});
+  TableRig rig({.faps = 1});
   auto& table = rig.makeWithFaps<SmallBbHwDirect>(TestSupport::kRevision, 1);
   for (std::uint32_t const row : {7U, 3U, 9U, 3U, 7U, 1U}) set(table, row, 2);
   Watcher const watcher(*rig.chip);
@@ -60,7 +60,7 @@ TEST(TableWriter, SendsKeysInTheOrderOfTheirFirstPublication) {
 }
 
 TEST(TableWriter, WritesLowerRanksFirstAndDeletesThemLast) {
-  DirectRig rig({.faps = 1});
+  TableRig rig({.faps = 1});
   auto& tcam = rig.makeWithFaps<TcamHwDirect>(TestSupport::kRevision, 1);
   auto& ads = rig.makeWithFaps<SmallAdsA1HwDirect>(TestSupport::kRevision, 1);
   auto& buckets = rig.makeWithFaps<SmallBbHwDirect>(TestSupport::kRevision, 1);
@@ -82,7 +82,7 @@ TEST(TableWriter, WritesLowerRanksFirstAndDeletesThemLast) {
 }
 
 TEST(TableWriter, WritesTablesWithoutARankBeforeAllOthers) {
-  DirectRig rig({.faps = 1});
+  TableRig rig({.faps = 1});
   auto& buckets = rig.makeWithFaps<SmallBbHwDirect>(TestSupport::kRevision, 1);
   auto& sources = rig.makeWithFaps<SrcAddrMapHwDirect>(TestSupport::kRevision, 1);
   set(buckets, 2, 1);
@@ -94,7 +94,7 @@ TEST(TableWriter, WritesTablesWithoutARankBeforeAllOthers) {
 }
 
 TEST(TableWriter, SendsNothingOfWhatAShadowWasToldToForget) {
-  DirectRig rig({.faps = 1});
+  TableRig rig({.faps = 1});
   auto& buckets = rig.makeWithFaps<SmallBbHwDirect>(TestSupport::kRevision, 1);
   auto& sources = rig.makeWithFaps<SrcAddrMapHwDirect>(TestSupport::kRevision, 1);
   set(buckets, 2, 1);
@@ -108,7 +108,7 @@ TEST(TableWriter, SendsNothingOfWhatAShadowWasToldToForget) {
 }
 
 TEST(TableWriter, RemembersWhatTheChipLastAnsweredForAKey) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   auto const shadow = table.shadow(kShared);
   rig.chip->faults().refusedRowsAre(282, 0x120004, 1, SchanStatus::badAddress);
@@ -130,7 +130,7 @@ TEST(TableWriter, RemembersWhatTheChipLastAnsweredForAKey) {
 }
 
 TEST(TableWriter, ADownloadThatIsTakenEndsRefusals) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   auto const shadow = table.shadow(kShared);
   rig.chip->faults().refusedRowsAre(282, 0x120004, 1, SchanStatus::badAddress);
@@ -146,7 +146,7 @@ TEST(TableWriter, ADownloadThatIsTakenEndsRefusals) {
 }
 
 TEST(TableWriter, CountsWhatIsNotAnsweredApart) {
-  DirectRig rig({.faps = 1});
+  TableRig rig({.faps = 1});
   auto& table = rig.makeWithFaps<SmallBbHwDirect>(TestSupport::kRevision, 1);
   rig.chip->faults().faultIs({.kind = Chip::ChipFault::Kind::loseAnswer, .fap = 0, .nth = 2});
   for (std::uint32_t row = 0; row < 3; ++row) set(table, row, 1);
@@ -158,7 +158,7 @@ TEST(TableWriter, CountsWhatIsNotAnsweredApart) {
 }
 
 TEST(TableWriter, AClearIsNoNewsOfItsOwnKeys) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   for (std::uint32_t row = 0; row < 10; ++row) set(table, row, 1);
   rig.writer->flush();
@@ -172,7 +172,7 @@ TEST(TableWriter, AClearIsNoNewsOfItsOwnKeys) {
 }
 
 TEST(TableWriter, AShadowThatGoesTakesItsKeysAlong) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   auto& other = rig.makeWithFaps<SmallBbBHwDirect>();
   set(table, 1, 1);
@@ -185,7 +185,7 @@ TEST(TableWriter, AShadowThatGoesTakesItsKeysAlong) {
 }
 
 TEST(TableWriter, SendsNothingOfAShadowThatLostItsStore) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   set(table, 1, 1);
   rig.writer->flush();
@@ -200,7 +200,7 @@ TEST(TableWriter, SendsNothingOfAShadowThatLostItsStore) {
 }
 
 TEST(TableWriter, ClosingSendsWhatIsLeftAndWatchesNoLonger) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   set(table, 1, 1);
   rig.writer->close();
@@ -211,7 +211,7 @@ TEST(TableWriter, ClosingSendsWhatIsLeftAndWatchesNoLonger) {
 }
 
 TEST(TableWriter, ClearsSingleFapsAndLeavesTheSharedShadow) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<SmallBbHwDirect>();
   set(table, 1, 1);
   EXPECT_TRUE(rig.writer->clearFaps(table, maskOf({1})).ok());
@@ -222,7 +222,7 @@ TEST(TableWriter, ClearsSingleFapsAndLeavesTheSharedShadow) {
 }
 
 TEST(TableWriter, KnowsWhichRowsOfAPartlyWrittenTableWereSent) {
-  DirectRig rig;
+  TableRig rig;
   auto& table = rig.makeWithFaps<MainHdrProfMapHwDirect>();
   table.deleteEntry(kShared, MainHdrProfMapHwDirect::EntryKey(5));
   rig.writer->flush();

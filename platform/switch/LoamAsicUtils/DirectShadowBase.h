@@ -23,9 +23,6 @@ class DirectShadowBase : public HwShadowBase {
 
   // Bytes of a row.
   virtual std::uint32_t entrySize() const = 0;
-  // The commands of clearShadow(), without touching the shadow.
-  virtual Dovel::Ptr<Sluice::SchanCmds> clearCmds(Hardware::Loam::FapRevision const& fapRevision,
-                                                  Sluice::Fapmask const& fapmask) const = 0;
 
   // The commands that write entrySize() bytes at `data` to a row, on the FAPs of the mask, in each memory of
   // the shadow, memories in ascending order of their ids. A row that the memories don't have is traced and

@@ -1,6 +1,5 @@
 #include "platform/switch/LoamAsicUtils/HwCommonTableBase.h"
 
-#include "platform/switch/LoamAsicUtils/DirectShadowBase.h"
 #include "platform/switch/LoamAsicUtils/TableManager.h"
 #include "runtime/Dovel/Format.h"
 #include "runtime/Orlo/TraceHandle.h"
@@ -11,10 +10,6 @@ namespace {
 ORLO_DEFAULT_TRACE_HANDLE("HwCommonTableBase")
 
 using Cmds = Dovel::Ptr<Sluice::SchanCmds>;
-
-DirectShadowBase const& direct(HwShadowBase const& shadow) {
-  return static_cast<DirectShadowBase const&>(shadow);
-}
 
 }  // namespace
 
@@ -75,23 +70,23 @@ void HwCommonShadowTableBase::hwShadowCollIs(Dovel::Ptr<HwShadowBase> const& sha
   if (ShadowWatcher* const watcher = hwTableManager()->shadowWatcher()) watcher->shadowComes(*this, *shadow);
 }
 
-Cmds HwDirectTableBase::download(Dovel::String const& fapType, Sluice::Fapmask const& fapmask) const {
+Cmds HwCommonShadowTableBase::download(Dovel::String const& fapType, Sluice::Fapmask const& fapmask) const {
   return joined(fapmask, [&](HwShadowBase const& shadow, Sluice::Fapmask const& mask) {
     return shadow.download(fapType, hwTableKey().fapRevision(), mask);
   });
 }
 
-Cmds HwDirectTableBase::clearShadow(HwShadowKey key) {
+Cmds HwCommonShadowTableBase::clearShadow(HwShadowKey key) {
   return joined(getFapmask(key), [&](HwShadowBase& shadow, Sluice::Fapmask const& mask) {
     return shadow.clearShadow(hwTableKey().fapRevision(), mask);
   });
 }
 
-Cmds HwDirectTableBase::clearTableInHw(HwShadowKey key) { return clearFapsInHw(getFapmask(key)); }
+Cmds HwCommonShadowTableBase::clearTableInHw(HwShadowKey key) { return clearFapsInHw(getFapmask(key)); }
 
-Cmds HwDirectTableBase::clearFapsInHw(Sluice::Fapmask const& fapmask) const {
+Cmds HwCommonShadowTableBase::clearFapsInHw(Sluice::Fapmask const& fapmask) const {
   return joined(fapmask, [&](HwShadowBase const& shadow, Sluice::Fapmask const& mask) {
-    return direct(shadow).clearCmds(hwTableKey().fapRevision(), mask);
+    return shadow.clearCmds(hwTableKey().fapRevision(), mask);
   });
 }
 

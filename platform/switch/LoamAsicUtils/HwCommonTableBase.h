@@ -13,6 +13,7 @@
 namespace LoamAsicUtils {
 
 class TableManager;
+struct MarkSweepRequestKey;
 
 class HwCommonTableBase : public Sluice::HwTableBase {
  public:
@@ -34,6 +35,11 @@ class HwCommonTableBase : public Sluice::HwTableBase {
 
   // Whether a table can only be emptied one entry after the other.
   virtual bool requiresEntryByEntryDeletion() const { return false; }
+
+  // Asks for a reconciliation of the table's FAPs of the mask; nothing for tables that can't be.
+  virtual void scheduleMarkAndSweep(Sluice::Fapmask const& /*fapmask*/) {}
+  // A reconciliation has come to its good end.
+  virtual void handleGlobalStatus(MarkSweepRequestKey const& /*request*/) {}
 
  protected:
   HwCommonTableBase(Dovel::String const& name, HwTableKey const& key,
@@ -101,11 +107,21 @@ class HwCommonShadowTableBase : public HwCommonTableBase {
   // The shadow's name; empty where there is none.
   virtual Dovel::String shadowName(HwShadowKey key) const;
 
+  Dovel::Ptr<Sluice::SchanCmds> download(Dovel::String const& fapType,
+                                         Sluice::Fapmask const& fapmask) const override;
   // Empties the shadows that serve the key's FAPs and returns the commands that clear the chip: null where
   // there is nothing to do.
-  virtual Dovel::Ptr<Sluice::SchanCmds> clearShadow(HwShadowKey key) = 0;
+  virtual Dovel::Ptr<Sluice::SchanCmds> clearShadow(HwShadowKey key);
   // Returns the same commands and leaves the shadows as they are.
-  virtual Dovel::Ptr<Sluice::SchanCmds> clearTableInHw(HwShadowKey key) = 0;
+  virtual Dovel::Ptr<Sluice::SchanCmds> clearTableInHw(HwShadowKey key);
+  // Like clearTableInHw(), for just these FAPs.
+  Dovel::Ptr<Sluice::SchanCmds> clearFapsInHw(Sluice::Fapmask const& fapmask) const;
+
+  // Bytes and bits of a row, and whether the memory guards its rows with parity or ECC.
+  virtual std::uint32_t entryDataMaxSize() const = 0;
+  virtual std::uint32_t entryDataMaxSizeBits() const = 0;
+  virtual bool hasParitySupport() const { return false; }
+  virtual Dovel::String chipName() const = 0;
 
  protected:
   using HwCommonTableBase::HwCommonTableBase;
@@ -150,19 +166,6 @@ class HwCommonShadowTableBase : public HwCommonTableBase {
 
 class HwDirectTableBase : public HwCommonShadowTableBase {
  public:
-  Dovel::Ptr<Sluice::SchanCmds> download(Dovel::String const& fapType,
-                                         Sluice::Fapmask const& fapmask) const override;
-  Dovel::Ptr<Sluice::SchanCmds> clearShadow(HwShadowKey key) override;
-  Dovel::Ptr<Sluice::SchanCmds> clearTableInHw(HwShadowKey key) override;
-  // Like clearTableInHw(), for just these FAPs.
-  Dovel::Ptr<Sluice::SchanCmds> clearFapsInHw(Sluice::Fapmask const& fapmask) const;
-
-  // Bytes and bits of a row, and whether the memory guards its rows with parity or ECC.
-  virtual std::uint32_t entryDataMaxSize() const = 0;
-  virtual std::uint32_t entryDataMaxSizeBits() const = 0;
-  virtual bool hasParitySupport() const = 0;
-  virtual Dovel::String chipName() const = 0;
-
   // Set by the factory of some tables for the platform's writers; ours needs neither.
   bool firstOption() const { return firstOption_; }
   bool secondOption() const { return secondOption_; }

@@ -36,6 +36,9 @@ class HwShadowBase : public Dovel::Node {
   // the shadow is empty afterwards. Null, and nothing done, where the shadow serves none of them.
   virtual Dovel::Ptr<Sluice::SchanCmds> clearShadow(Hardware::Loam::FapRevision const& fapRevision,
                                                     Sluice::Fapmask const& fapmask) = 0;
+  // The commands of clearShadow(), without touching the shadow.
+  virtual Dovel::Ptr<Sluice::SchanCmds> clearCmds(Hardware::Loam::FapRevision const& fapRevision,
+                                                  Sluice::Fapmask const& fapmask) const = 0;
   // The commands of a flush by rule; null for shadows that are not flushed so.
   virtual Dovel::Ptr<Sluice::SchanCmds> formFlushCmds(Hardware::Loam::FapRevision const& /*fapRevision*/,
                                                       Sluice::Fapmask const& /*fapmask*/,

@@ -51,6 +51,8 @@ class TableAccess {
   // is out of its range.
   virtual KeyImage keyOf(std::span<std::uint64_t const> members) const = 0;
   virtual std::vector<std::uint64_t> keyMembers(KeyImage const& key) const = 0;
+  // For exact-match tables: the key that is in an entry's data, as the chip has it. The zero key for others.
+  virtual KeyImage keyOfData(std::span<std::uint8_t const> data) const = 0;
   // The key that a publication of the table's entries points to.
   virtual KeyImage publishedKey(void const* key) const = 0;
 
@@ -70,6 +72,8 @@ class TableAccess {
   virtual bool mounted(HwShadowBase const& shadow) const = 0;
   // Lets go of the store and leaves its entries in it.
   virtual void unmount(HwShadowBase& shadow) const = 0;
+  // Whether the shadow has an entry of the key that the chip is to hold: one whose deletion is still to be
+  // sent doesn't count.
   virtual bool stored(HwShadowBase const& shadow, KeyImage const& key) const = 0;
   virtual std::uint32_t storedCount(HwShadowBase const& shadow) const = 0;
   // The entries in the order of the store. `visit` must not change the shadow.

@@ -12,13 +12,15 @@
 
 namespace LoamAsicUtils {
 
-// Learns of the shadows of a manager's tables as they come and go.
+// Learns of the shadows of a manager's tables as they come and go, and of what is to be done with the tables.
 class ShadowWatcher {
  public:
   // The shadow stands in its table and has no entries yet: those that the table itself writes come after.
   virtual void shadowComes(HwCommonShadowTableBase& table, HwShadowBase& shadow) = 0;
   // The shadow, still with its entries, is about to go.
   virtual void shadowGoes(HwCommonShadowTableBase& table, HwShadowBase& shadow) = 0;
+  // A reconciliation of the table was asked for. Nothing is to be sent in the call.
+  virtual void markAndSweepDue(HwCommonTableBase& /*table*/) {}
 
  protected:
   ~ShadowWatcher() = default;

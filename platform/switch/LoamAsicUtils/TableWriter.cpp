@@ -4,8 +4,7 @@
 #include <ranges>
 #include <utility>
 
-#include "runtime/Dovel/Format.h"
-#include "runtime/Orlo/NotifieeConst.h"
+#include "platform/switch/LoamAsicUtils/TableWriterWatch.h"
 #include "runtime/Orlo/TraceHandle.h"
 
 namespace LoamAsicUtils {
@@ -13,80 +12,7 @@ namespace {
 
 ORLO_DEFAULT_TRACE_HANDLE("TableWriter")
 
-TableAccess const& accessOf(HwCommonTableBase const& table) {
-  TableDescription const* const described = TableCatalogue::table(table.hwTableKey().tableName());
-  DOVEL_ASSERT(described != nullptr && described->access != nullptr, "LoamAsicUtils::TableWriter",
-               "the catalogue has no access to table {}", table.hwTableKey());
-  return *described->access;
-}
-
-// Adds the time of its own life.
-class Timed {
-  using Clock = std::chrono::steady_clock;
-
- public:
-  explicit Timed(std::chrono::nanoseconds& time) : time_(time) {}
-  Timed(Timed const&) = delete;
-  Timed& operator=(Timed const&) = delete;
-  ~Timed() { time_ += Clock::now() - start_; }
-
- private:
-  std::chrono::nanoseconds& time_;
-  Clock::time_point const start_ = Clock::now();
-};
-
 }  // namespace
-
-// One shadow: its keys that are to be sent, and what is known of those that were.
-class TableWriter::Watch {
- public:
-  // Tables and shadows outlive their watches.
-  Watch(TableWriter& writer, HwCommonShadowTableBase& ofTable, HwShadowBase& ofShadow)
-      : table(ofTable),
-        shadow(ofShadow),
-        access(accessOf(ofTable)),
-        figures(writer.figures_[ofTable.hwTableKey()]) {
-    if (OrloVault::Entity* const storage = access.storage(shadow))
-      listener_ = std::make_unique<Listener>(writer, *this, storage->publisher());
-  }
-
-  // The FAPs have taken every row of the shadow.
-  void accepted(Sluice::Fapmask const& fapmask) {
-    for (auto at = refusals.begin(); at != refusals.end();) {
-      for (Sluice::FapId const fap : fapmask.fapIds()) at->second.fapmask.fapIdIs(fap, false);
-      at = at->second.fapmask == Sluice::Fapmask() ? refusals.erase(at) : std::next(at);
-    }
-  }
-  bool isPartial() const { return table.shadowMode() == ShadowType::keyBasedPartial; }
-
-  HwCommonShadowTableBase& table;
-  HwShadowBase& shadow;
-  TableAccess const& access;
-  Figures& figures;
-  KeyList dirty;
-  KeyList sending;
-  KeyList deletes;
-  KeyList touched;
-  Refusals refusals;
-  bool ignoring = false;
-
- private:
-  class Listener final : public Orlo::NotifieeConst {
-   public:
-    Listener(TableWriter& writer, Watch& watch, Dovel::Publisher& publisher)
-        : Orlo::NotifieeConst(publisher), writer_(writer), watch_(watch) {}
-    void onChange(std::uint32_t attribute, void const* key) override {
-      if (attribute != OrloVault::Entity::kEntryColl || watch_.ignoring) return;
-      if (watch_.dirty.insert(watch_.access.publishedKey(key))) writer_.keyIsDirty();
-    }
-
-   private:
-    TableWriter& writer_;
-    Watch& watch_;
-  };
-
-  std::unique_ptr<Listener> listener_;
-};
 
 // What a table publishes while its shadows are emptied is no news: the commands of that are had already.
 class TableWriter::Ignoring {
@@ -115,6 +41,9 @@ TableWriter::Figures& TableWriter::Figures::operator+=(Figures const& other) {
   unanswered += other.unanswered;
   downloadCommands += other.downloadCommands;
   downloadBytes += other.downloadBytes;
+  flushPasses += other.flushPasses;
+  flushed += other.flushed;
+  staleDeleted += other.staleDeleted;
   time += other.time;
   return *this;
 }
@@ -134,6 +63,12 @@ void TableWriter::close() {
   flush();
   manager_->shadowWatcherIs(nullptr);
   watches_.clear();
+}
+
+void TableWriter::markAndSweepDue(HwCommonTableBase& table) {
+  auto* const em = dynamic_cast<HwEmTableBase*>(&table);
+  if (em != nullptr && std::ranges::find(due_, em, [](auto const& one) { return one.ptr(); }) == due_.end())
+    due_.emplace_back(em);
 }
 
 void TableWriter::shadowComes(HwCommonShadowTableBase& table, HwShadowBase& shadow) {
@@ -159,12 +94,13 @@ void TableWriter::keyIsDirty() {
 }
 
 void TableWriter::flush() {
-  if (flushing_ || dirtyKeys_ == 0) return;
-  flushing_ = true;
-  struct Flushed {
-    bool& flushing;
-    ~Flushed() { flushing = false; }
-  } const flushed{flushing_};
+  if (flushing_) return;
+  if (dirtyKeys_ != 0) sendAllKeys();
+  if (!due_.empty()) runDue();
+}
+
+void TableWriter::sendAllKeys() {
+  Setting const sending(flushing_);
   for (auto const& watch : watches_) sendWrites(*watch);
   for (auto const& watch : std::views::reverse(watches_)) sendDeletes(*watch);
 }
@@ -204,15 +140,19 @@ void TableWriter::sendDeletes(Watch& watch) {
   watch.deletes.clear();
 }
 
-void TableWriter::sendKey(Watch& watch, KeyImage const& key) {
+Sluice::SendOutcome TableWriter::sendKey(Watch& watch, KeyImage const& key) {
+  // A deletion leaves the store with its command, which is no news.
+  watch.working = &key;
   auto const cmds = watch.access.schanCmds(watch.table, watch.shadow.hwShadowKey(), key, nullptr);
+  watch.working = nullptr;
   if (watch.isPartial()) watch.touched.insert(key);
   Sluice::SendOutcome const outcome = send(watch.table, watch.figures, cmds);
   if (!outcome.ok()) {
-    watch.refusals[key] = {outcome.status, outcome.failed};
+    watch.refusals[key] = {outcome.status, outcome.failed, outcome.onlyFull()};
   } else if (!watch.refusals.empty()) {
     watch.refusals.erase(key);
   }
+  return outcome;
 }
 
 Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table, Figures& figures,
@@ -229,18 +169,20 @@ Sluice::SendOutcome TableWriter::send(HwCommonTableBase const& table, Figures& f
   figures.unanswered += outcome.unanswered;
   figures.downloadCommands += outcome.bulkCommands;
   figures.downloadBytes += outcome.bulkBytes;
+  figures.flushPasses += outcome.flushPasses;
   return outcome;
 }
 
 Sluice::SendOutcome TableWriter::download(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask) {
   flush();
+  if (auto* const em = dynamic_cast<HwEmTableBase*>(&table)) return downloaded(*em, fapmask);
   Figures& figures = figures_[table.hwTableKey()];
   Timed const timed(figures.time);
   auto const fapType = Hardware::Loam::chipTypeToFapType(table.hwTableKey().fapRevision().chipType());
   Sluice::SendOutcome const outcome = send(table, figures, table.download(stringValue(fapType), fapmask));
   if (outcome.ok() && outcome.commands != 0) {
     for (auto const& watch : watches_)
-      if (&watch->table == &table) watch->accepted(fapmask);
+      if (&watch->table == &table) watch->refusalsDel(fapmask);
   }
   return outcome;
 }
@@ -254,13 +196,16 @@ Sluice::SendOutcome TableWriter::clear(HwCommonShadowTableBase& table, HwShadowK
     Ignoring const ignoring(*this, table);
     cmds = table.clearShadow(key);
   }
-  Sluice::SendOutcome const outcome = send(table, figures, cmds);
+  Sluice::SendOutcome outcome = send(table, figures, cmds);
+  figures.flushed += outcome.flushed;
+  if (auto* const em = dynamic_cast<HwEmTableBase*>(&table); em != nullptr && !outcome.ok())
+    outcome = flushPasses(*em, outcome.failed, FlushCmdType::flushCmdClear);
   for (auto const& watch : watches_)
     if (&watch->table == &table && watch->access.storedCount(watch->shadow) == 0) watch->refusals.clear();
   return outcome;
 }
 
-Sluice::SendOutcome TableWriter::clearFaps(HwDirectTableBase& table, Sluice::Fapmask const& fapmask) {
+Sluice::SendOutcome TableWriter::clearFaps(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask) {
   flush();
   Figures& figures = figures_[table.hwTableKey()];
   Timed const timed(figures.time);

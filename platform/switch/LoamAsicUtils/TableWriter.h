@@ -4,7 +4,8 @@
 //
 // Keys are sent when there are kFlushKeys of them, before every operation that touches the chips, and when
 // flush() is called, as it should be when an agent pauses. Writes go to tables of lower rank first, so that
-// nothing on the chip ever refers to what isn't there; then deletes, the other way round.
+// nothing on the chip ever refers to what isn't there; then deletes, the other way round. Reconciliations
+// that were asked for (HwEmTableBase::scheduleMarkAndSweep) are run at the end of a flush.
 //
 // Belongs to the thread of the tables' agent.
 #pragma once
@@ -13,6 +14,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "platform/switch/LoamAsicUtils/HwEmTableBase.h"
 #include "platform/switch/LoamAsicUtils/KeyList.h"
 #include "platform/switch/LoamAsicUtils/TableManager.h"
 #include "platform/switch/Sluice/Channel.h"
@@ -32,6 +34,9 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
     std::uint64_t unanswered = 0;  // of the commands
     std::uint64_t downloadCommands = 0;
     std::uint64_t downloadBytes = 0;
+    std::uint64_t flushPasses = 0;    // of the chips' flush machines, run to their end
+    std::uint64_t flushed = 0;        // entries that passes have removed
+    std::uint64_t staleDeleted = 0;   // keys that a table without marks was found to have too many
     std::chrono::nanoseconds time{};  // in which commands were made and sent
 
     Figures& operator+=(Figures const& other);
@@ -40,6 +45,7 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
   struct Refusal {
     Sluice::SchanStatus status;
     Sluice::Fapmask fapmask;  // the FAPs that gave it, or another one
+    bool onlyFull;            // none of them had another reason than a full bucket
   };
   using Refusals = std::unordered_map<KeyImage, Refusal, KeyImageHash>;
 
@@ -59,12 +65,25 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
 
   // Each of these sends all keys first.
 
-  // Writes the table's shadows to the chips of the mask.
+  // Writes the table's shadows to the chips of the mask. Keys of an exact-match table that didn't get there
+  // in bulk are sent once more, each by itself.
   Sluice::SendOutcome download(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask);
   // Empties the shadows of the key's FAPs and clears those chips.
   Sluice::SendOutcome clear(HwCommonShadowTableBase& table, HwShadowKey key);
   // Clears the table on the chips of the mask; the shadows keep their entries.
-  Sluice::SendOutcome clearFaps(HwDirectTableBase& table, Sluice::Fapmask const& fapmask);
+  Sluice::SendOutcome clearFaps(HwCommonShadowTableBase& table, Sluice::Fapmask const& fapmask);
+  // Has the flush machines of the mask run over the table; a pass that fails is tried again as often as the
+  // table's rules say.
+  Sluice::SendOutcome flushPasses(HwEmTableBase& table, Sluice::Fapmask const& fapmask, FlushCmdType type);
+  // Reads the table from the chips of the mask and deletes from them, key by key, what the shadows don't
+  // hold.
+  Sluice::SendOutcome deleteStale(HwEmTableBase& table, Sluice::Fapmask const& fapmask);
+  // Brings the table on the chips of the mask back in step with its shadows, with no good entry missing at
+  // any time, and waits for the end. The table's markSweepTableSm() tells how it went.
+  Sluice::SendOutcome reconcile(HwEmTableBase& table, Sluice::Fapmask const& fapmask);
+  // Runs one step of the reconciliation that is under way, if any, and adds what was sent. False when no
+  // further step is left.
+  bool reconcileStep(HwEmTableBase& table, Sluice::SendOutcome& outcome);
 
   Figures figures(HwCommonTableBase const& table) const;
   // Of a shadow that is watched; empty for others.
@@ -74,6 +93,7 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
 
   void shadowComes(HwCommonShadowTableBase& table, HwShadowBase& shadow) override;
   void shadowGoes(HwCommonShadowTableBase& table, HwShadowBase& shadow) override;
+  void markAndSweepDue(HwCommonTableBase& table) override;
 
  private:
   class Watch;
@@ -84,7 +104,17 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
   void keyIsDirty();
   void sendWrites(Watch& watch);
   void sendDeletes(Watch& watch);
-  void sendKey(Watch& watch, KeyImage const& key);
+  Sluice::SendOutcome sendKey(Watch& watch, KeyImage const& key);
+  void sendAllKeys();
+  Sluice::SendOutcome downloaded(HwEmTableBase& table, Sluice::Fapmask const& fapmask);
+  bool deleteStale(Watch& watch, Sluice::FapId fap, Sluice::SendOutcome& outcome);
+  bool runStep(HwEmTableBase& table, Sluice::SendOutcome& outcome);
+  // Whether no key of the table is missing on the FAPs for another reason than a full bucket.
+  bool onlyFullMissing(HwCommonTableBase const& table, Sluice::Fapmask const& fapmask) const;
+  void allKeysAreDirty(HwCommonTableBase const& table, Sluice::Fapmask const& fapmask);
+  void runDue();
+  // The entries of a buffer are to be sent one by one.
+  void bulkFailed(Watch& watch, BulkDownloadFailure const& failure);
   // The figures are those of the table.
   Sluice::SendOutcome send(HwCommonTableBase const& table, Figures& figures,
                            Dovel::Ptr<Sluice::SchanCmds> const& cmds);
@@ -93,8 +123,17 @@ class TableWriter final : public Dovel::Tracked<TableWriter>, public ShadowWatch
   Dovel::Ptr<Sluice::Channel> channel_;
   std::vector<std::unique_ptr<Watch>> watches_;  // by ascending rank of their tables
   std::unordered_map<HwTableKey, Figures, HwTableKeyHash> figures_;
+  std::vector<Dovel::Ptr<HwEmTableBase>> due_;  // reconciliations that were asked for
   std::size_t dirtyKeys_ = 0;
+  std::uint64_t bulkFailures_ = 0;
   bool flushing_ = false;
+  bool reconciling_ = false;
+  // How often each FAP of a table's run had been reset when the run began.
+  struct Run {
+    std::uint64_t number = 0;
+    std::vector<std::uint64_t> resets;
+  };
+  std::unordered_map<HwTableKey, Run, HwTableKeyHash> runs_;
 };
 
 }  // namespace LoamAsicUtils

@@ -12,6 +12,7 @@ namespace LoamAsicUtils {
 using MemoryId = std::uint32_t;
 
 enum class ShadowType : std::uint8_t {
+  exactMatch = 1,
   keyBasedFull = 2,
   keyBasedPartial = 3,  // only part of the memory is ever written
 };

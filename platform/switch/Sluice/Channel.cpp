@@ -6,6 +6,7 @@ SendOutcome& SendOutcome::operator+=(SendOutcome const& other) {
   commands += other.commands;
   refused += other.refused;
   unanswered += other.unanswered;
+  full += other.full;
   bulkCommands += other.bulkCommands;
   bulkBytes += other.bulkBytes;
   flushPasses += other.flushPasses;

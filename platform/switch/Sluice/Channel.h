@@ -16,6 +16,7 @@ struct SendOutcome {
   std::uint64_t commands = 0;
   std::uint64_t refused = 0;
   std::uint64_t unanswered = 0;
+  std::uint64_t full = 0;  // of the refused, those for which no FAP had another reason than a full bucket
   std::uint64_t bulkCommands = 0;  // of the commands, those of bulk transfers
   std::uint64_t bulkBytes = 0;     // of all FAPs together
   std::uint64_t flushPasses = 0;   // that FAPs have run to their end
@@ -25,6 +26,8 @@ struct SendOutcome {
   Fapmask failed;
 
   bool ok() const { return status == SchanStatus::ok; }
+  // Nothing failed but for full buckets.
+  bool onlyFull() const { return unanswered == 0 && refused == full; }
 
   // Adds what another call did; the status stays that of the first that failed.
   SendOutcome& operator+=(SendOutcome const& other);

@@ -1,5 +1,6 @@
 #include "platform/switch/Sluice/SchanCmd.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -21,6 +22,12 @@ void SchanCmdBase::readRespFromBuf(std::span<std::uint32_t const> buf) {
   DOVEL_ASSERT(buf.size() == dwc_read(), "Sluice::SchanCmdBase", "an answer of {} words in a buffer of {}",
                dwc_read(), buf.size());
   readResp(buf);
+}
+
+bool SchanCmdBase::isSuccessResponse(std::uint64_t va, std::size_t faps) {
+  std::span const responses(reinterpret_cast<SchanResponse const*>(va), faps);
+  return std::ranges::all_of(responses,
+                             [](SchanResponse const& one) { return one.status == SchanStatus::ok; });
 }
 
 void SchanCmdBase::fillCmdletHeader(schan_xmsg_user_* message, SchanOpcode opcode, std::uint32_t location,

@@ -3,6 +3,7 @@
 // A command is filled, sent and answered by one thread at a time; its last reference may go in any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -53,6 +54,9 @@ class SchanCmdBase : public SchanCmd {
  protected:
   virtual void fillCmd(std::span<std::uint32_t> buf) = 0;
   virtual void readResp(std::span<std::uint32_t const> buf) = 0;
+
+  // Whether every one of that many answers, which stand one after the other at the address, is ok.
+  static bool isSuccessResponse(std::uint64_t va, std::size_t faps);
 
   // Clears the message's header and writes the opcode, the instance's two location numbers and the bytes of
   // the whole message.

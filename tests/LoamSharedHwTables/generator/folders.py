@@ -55,6 +55,8 @@ family = "exactMatch"
 chipName = "LABEL_DB"
 groupName = "Label"
 entryDataMaxSize = 3
+blocks = [9]
+sharedShadow = true
 key = [{ name = "label", type = "U5" }, { name = "bos", type = "U1" }]
 memories = [{ name = "DB", block = 3, address = 0x10, entryCount = 16, physicalTableId = 7 }]
 presets = { vmv = 1, entryType = 2 }

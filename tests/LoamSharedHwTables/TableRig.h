@@ -1,4 +1,4 @@
-// What it takes to run direct tables: a root for stores, a manager, chips, the way to them and the writer.
+// What it takes to run tables: a root for stores, a manager, chips, the way to them and the writer.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,15 +16,6 @@
 #include "tests/support/TestStore.h"
 
 namespace TestSupport {
-
-using DirectTables = testing::Types<
-    bcm88490_a0::TcamHwDirect, bcm88490_a0::TcamBHwDirect, bcm88490_a0::SmallBbHwDirect,
-    bcm88490_a0::SmallBbBHwDirect, bcm88490_a0::SmallAdsHwDirect, bcm88490_a0::SmallAdsA1HwDirect,
-    bcm88490_a0::SmallAdsB1HwDirect, bcm88490_a0::SmallAdsB2HwDirect, bcm88490_a0::VttInPpPortConfig0HwDirect,
-    bcm88490_a0::MainHdrProfMapHwDirect, bcm88490_a0::EmAccessCmdHwDirect,
-    bcm88490_a0::EgrAddHdrProfMapHwDirect, bcm88490_a0::SrcAddrMapHwDirect, bcm88490_a0::IpkgvHwDirect,
-    bcm88490_a0::EsemDefaultResultHwDirect, bcm88490_a0::EtppbTrapForwardActionTableHwDirect,
-    bcm88490_a0::ItppSniffSysHdrInfoHwDirect>;
 
 inline constexpr Hardware::Loam::FapRevision kRevision(Hardware::Loam::FapRevMajor::majorQumran3aA0);
 inline constexpr Hardware::Loam::FapRevision kAiRevision(Hardware::Loam::FapRevMajor::majorQumran3aA0,
@@ -60,11 +51,11 @@ struct RigOptions {
   bool writing = true;  // with a table writer
 };
 
-class DirectRig {
+class TableRig {
  public:
   using Options = RigOptions;
 
-  explicit DirectRig(Options const& options = {}) {
+  explicit TableRig(Options const& options = {}) {
     ::setenv("HWTABLES_ROOT", root.path().c_str(), 1);
     pool = Dovel::ptrIsImpl<DmaMemPoolManager::LocalMemPool>("test", options.bufSize, options.buffers,
                                                              std::uint64_t{0x10000});
@@ -76,7 +67,7 @@ class DirectRig {
         pool);
     if (options.writing) writer = Dovel::ptrIsImpl<LoamAsicUtils::TableWriter>(manager, channel);
   }
-  ~DirectRig() {
+  ~TableRig() {
     writer = nullptr;
     while (!manager->tableColl().empty()) {
       auto const table = manager->tableColl().begin()->second;
@@ -86,16 +77,16 @@ class DirectRig {
     }
     ::unsetenv("HWTABLES_ROOT");
   }
-  DirectRig(DirectRig const&) = delete;
-  DirectRig& operator=(DirectRig const&) = delete;
+  TableRig(TableRig const&) = delete;
+  TableRig& operator=(TableRig const&) = delete;
 
   // A table in the manager, without shadows.
   template <class T>
   T& make(Hardware::Loam::FapRevision const& revision = kRevision) {
     LoamAsicUtils::HwTableKey const key(T::tableName(), revision);
-    auto const table = Dovel::ptrIsImpl<T>(T::tableName(), key, manager);
+    auto const table = T::Traits::description().access->make(key, manager);
     manager->tableIs(key, table);
-    return *table;
+    return static_cast<T&>(*table);
   }
   // The same with all FAPs of the rig.
   template <class T>

@@ -1,26 +1,34 @@
-// A direct table for those who know only its name. See platform/switch/LoamAsicUtils/TableAccess.h.
+// A table with shadows for those who know only its name. See platform/switch/LoamAsicUtils/TableAccess.h.
 #pragma once
 
-#include "LoamSharedHwTables/DirectTable.h"
+#include "LoamSharedHwTables/StoredShadow.h"
+#include "platform/switch/LoamAsicUtils/HwEmShadowBase.h"
+#include "platform/switch/LoamAsicUtils/HwEmTableBase.h"
 #include "platform/switch/LoamAsicUtils/TableAccess.h"
+#include "platform/switch/LoamAsicUtils/TableManager.h"
 
 namespace LoamSharedHwTables {
 
 template <class T>
-class DirectTableAccess final : public LoamAsicUtils::TableAccess {
+class TableAccessOf final : public LoamAsicUtils::TableAccess {
   using Table = LoamAsicUtils::HwCommonShadowTableBase;
   using ShadowKey = LoamAsicUtils::HwShadowKey;
   using KeyImage = LoamAsicUtils::KeyImage;
   using Entry = typename T::Entry;
   using EntryKey = typename T::EntryKey;
   static_assert(sizeof(EntryKey) <= sizeof(KeyImage));
+  static constexpr bool kIsExactMatch = std::is_base_of_v<LoamAsicUtils::HwEmTableBase, T>;
 
  public:
-  constexpr DirectTableAccess() = default;
+  constexpr TableAccessOf() = default;
 
   Dovel::Ptr<Table> make(LoamAsicUtils::HwTableKey const& key,
                          Dovel::Ptr<LoamAsicUtils::TableManager> const& manager) const override {
-    return Dovel::ptrIsImpl<T>(T::tableName(), key, manager);
+    if constexpr (kIsExactMatch) {
+      return Dovel::ptrIsImpl<T>(T::tableName(), key, manager, manager->mdbStatus());
+    } else {
+      return Dovel::ptrIsImpl<T>(T::tableName(), key, manager);
+    }
   }
 
   KeyImage keyOf(std::span<std::uint64_t const> members) const override {
@@ -29,7 +37,7 @@ class DirectTableAccess final : public LoamAsicUtils::TableAccess {
     auto const fill = [&]<class Member>(Member& member) {
       auto const& described = T::Traits::description().key[at];
       if (members[at] > described.max) [[unlikely]] {
-        DOVEL_THROW(Dovel::RangeException, "DirectTableAccess", "{}: {}: {} is not 0 to {}", T::tableName(),
+        DOVEL_THROW(Dovel::RangeException, "TableAccessOf", "{}: {}: {} is not 0 to {}", T::tableName(),
                     described.name, members[at], described.max);
       }
       member = static_cast<Member>(members[at++]);
@@ -40,17 +48,28 @@ class DirectTableAccess final : public LoamAsicUtils::TableAccess {
   std::vector<std::uint64_t> keyMembers(KeyImage const& image) const override {
     EntryKey const key = keyIn(image);
     std::vector<std::uint64_t> members;
-    std::apply([&](auto const&... member) { (members.push_back(member), ...); }, EntryKey::members(key));
+    std::apply([&](auto const&... member) { (members.push_back(Orlo::numberOf(member)), ...); }, EntryKey::members(key));
     return members;
+  }
+  KeyImage keyOfData([[maybe_unused]] std::span<std::uint8_t const> data) const override {
+    if constexpr (kIsExactMatch) {
+      Entry entry;
+      entry.dataBytesIs(data.data());
+      entry.setKeyFromBuffer();
+      return image(entry.entryKey());
+    } else {
+      return {};
+    }
   }
   KeyImage publishedKey(void const* key) const override { return image(*static_cast<EntryKey const*>(key)); }
 
   void setEntry(Table& table, ShadowKey shadow, KeyImage const& key, std::uint32_t view,
                 std::span<std::uint8_t const> data) const override {
-    DOVEL_ASSERT(data.size() == Entry::kDataBytes, "DirectTableAccess", "{} bytes for a row of {}",
-                 data.size(), T::tableName());
+    DOVEL_ASSERT(data.size() == Entry::kDataBytes, "TableAccessOf", "{} bytes for a row of {}", data.size(),
+                 T::tableName());
     Entry entry(keyIn(key));
     entry.dataBytesIs(data.data());
+    if constexpr (kIsExactMatch) entry.keyToBuffer();
     if constexpr (requires { entry.viewT(); }) entry.viewTIs(static_cast<typename T::ViewT>(view));
     static_cast<T&>(table).setEntry(shadow, entry);
   }
@@ -78,7 +97,9 @@ class DirectTableAccess final : public LoamAsicUtils::TableAccess {
   bool stored(LoamAsicUtils::HwShadowBase const& shadow, KeyImage const& key) const override {
     auto* const storage = storageOf(shadow);
     bool found = false;
-    if (storage != nullptr) storage->entryColl(keyIn(key), found);
+    if (storage == nullptr) return false;
+    [[maybe_unused]] Entry const& entry = storage->entryColl(keyIn(key), found);
+    if constexpr (kIsExactMatch) found = found && entry.command() != LoamAsicUtils::emCommandDelete;
     return found;
   }
   std::uint32_t storedCount(LoamAsicUtils::HwShadowBase const& shadow) const override {

@@ -1,0 +1,168 @@
+// What typed code does with the shadow of an exact-match table; see ShadowAccessor.h.
+#pragma once
+
+#include <cstdlib>
+
+#include "LoamSharedHwTables/ExactMatchWriteCommand.h"
+#include "LoamSharedHwTables/ShadowAccessor.h"
+#include "platform/switch/LoamAsicUtils/EmBulkCommands.h"
+
+namespace LoamSharedHwTables {
+
+template <class Unit>
+class ExactMatchShadow;
+
+template <class Shadow>
+inline constexpr bool kIsExactMatchShadow = false;
+template <class Unit>
+inline constexpr bool kIsExactMatchShadow<ExactMatchShadow<Unit>> = true;
+template <class Unit>
+inline constexpr bool kIsExactMatchShadow<ExactMatchShadow<Unit> const> = true;
+
+}  // namespace LoamSharedHwTables
+
+namespace LoamAsicUtils {
+
+template <class Shadow>
+  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+class ShadowAccessor<Shadow> : public ShadowAccessorBase<Shadow> {
+  using Base = ShadowAccessorBase<Shadow>;
+  using Base::_defaultTraceHandle;
+  using Base::shadow_;
+  using Base::storage;
+  using Cmds = Dovel::Ptr<Sluice::SchanCmds>;
+  using Buffer = Dovel::Ptr<DmaMemPoolManager::DmaMemPoolBuffer>;
+  using Traits = typename Shadow::Traits;
+
+ public:
+  explicit ShadowAccessor(Shadow* shadow) : Base(shadow) {}
+
+  // The entry that is stored, else a fresh one of that key with its presets.
+  template <class Entry, class EntryKey>
+  Entry getEntry(EntryKey const& key) const {
+    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "key: {}", key);
+    bool found = false;
+    Entry const& stored = storage().entryColl(key, found);
+    return found ? stored : Entry(key);
+  }
+
+  // Calls visit(memory, core) for each place of the chip that the shadow stands for.
+  template <class Visit>
+  void forEachPlace(Visit&& visit) const {
+    for (Dovel::Ptr<BcmRegMemInfo> const& memory : shadow_.bcmGroupAddrInfo()->memories()) {
+      if (shadow_.instanceConvergentShadow()) {
+        for (auto const& instance : memory->instances())
+          visit(memory, Hardware::Loam::CoreInfo{instance->instanceId()});
+      } else {
+        visit(memory, Hardware::Loam::CoreInfo{shadow_.hwShadowKey().instanceId()});
+      }
+    }
+  }
+  static LoamMdb::PhysicalTableId physicalTableIdOf(BcmRegMemInfo const& memory) {
+    return LoamMdb::PhysicalTableId{static_cast<BcmEmTableInfo const&>(memory).physicalTableId()};
+  }
+
+  // The commands that write the whole store, or delete it, in bulk; for single keys by the shadow's
+  // schanCmds() where no buffer is to be had. Null where the environment asks for the way of entries.
+  template <class Entry, class EntryKey, bool, int tableType>
+  Cmds downloadWorkerKeyBasedFullMdbExactMatch(Hardware::Loam::FapRevision const& fapRevision,
+                                               Sluice::Fapmask const& fapmask, bool isDelete) const;
+
+  // A command for each place of the shadow, all of them with the one buffer.
+  template <class Entry, int tableType>
+  Cmds enqueueBulkCmd(Sluice::Fapmask const& fapmask, Buffer const& buffer, std::uint32_t entries,
+                      std::uint8_t firstArray, std::uint32_t firstEntry) const;
+
+ private:
+  // True where the entry is in the buffer; where no buffer was to be had, false.
+  template <class Entry>
+  bool put(Entry const& entry, Buffer& buffer, std::uint32_t& count, std::uint32_t& capacity) const;
+};
+
+template <class Shadow>
+  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+template <class Entry, class EntryKey, bool, int tableType>
+typename ShadowAccessor<Shadow>::Cmds ShadowAccessor<Shadow>::downloadWorkerKeyBasedFullMdbExactMatch(
+    Hardware::Loam::FapRevision const& fapRevision, Sluice::Fapmask const& fapmask, bool isDelete) const {
+  if (std::getenv("SIMULATE_ENTRY_BY_ENTRY_DOWNLOAD") != nullptr) {
+    shadow_.reportBulkDownloadFailure(shadow_.hwShadowKey());
+    return nullptr;
+  }
+  Cmds const result = Sluice::schanCmdsFactory();
+  DOVEL_TRACE(_defaultTraceHandle(), 3, "ShadowAccessor", " Processing all keys in shadow: {}",
+              shadow_.hwShadowKey());
+  std::uint32_t const command = isDelete ? emCommandDelete : emCommandWrite;
+  Buffer buffer;
+  std::uint32_t count = 0;
+  std::uint32_t capacity = 0;
+  storage().entryCollForEach([&](Entry const& stored) {
+    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} entryKey: {}",
+                shadow_.hwShadowKey(), stored.entryKey());
+    Entry entry = stored;
+    entry.commandIs(command);
+    LoamSharedHwTables::traceImage<Traits>("ShadowAccessor", entry);
+    if (!put(entry, buffer, count, capacity)) {
+      result->cmdsEnq(
+          *shadow_.schanCmds(fapmask, fapRevision, EntryKey(entry.entryKey()), isDelete, nullptr));
+      return;
+    }
+    if (count < capacity) return;
+    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} queued {} in bulk",
+                shadow_.hwShadowKey(), count);
+    result->cmdsEnq(*enqueueBulkCmd<Entry, tableType>(fapmask, buffer, count, 0, 0));
+    buffer = nullptr;
+    count = 0;
+  });
+  if (count != 0) {
+    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} enqueued {} in bulk",
+                shadow_.hwShadowKey(), count);
+    result->cmdsEnq(*enqueueBulkCmd<Entry, tableType>(fapmask, buffer, count, 0, 0));
+  }
+  return result;
+}
+
+template <class Shadow>
+  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+template <class Entry>
+bool ShadowAccessor<Shadow>::put(Entry const& entry, Buffer& buffer, std::uint32_t& count,
+                                 std::uint32_t& capacity) const {
+  if (buffer == nullptr || !buffer->valid()) {
+    Buffer const fresh = DmaMemPoolManager::dmaMemPoolBufferFactory(shadow_.dmaMemPoolManager());
+    if (!fresh->valid() || fresh->bufSize() < Entry::kDataBytes) return false;
+    buffer = fresh;
+    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "dmaMemPoolBuffer: {}, dmaAddrInfo: {}",
+                buffer->name(), buffer->dmaAddrInfo());
+    capacity = static_cast<std::uint32_t>(buffer->bufSize() / Entry::kDataBytes);
+    count = 0;
+  }
+  std::memcpy(buffer->vaCursor(), entry.dataBytes().data(), Entry::kDataBytes);
+  if (_defaultTraceHandle().isOn(9)) [[unlikely]] {
+    for (std::uint8_t const byte : entry.dataBytes())
+      DOVEL_TRACE(_defaultTraceHandle(), 9, "ShadowAccessor", "data at i {} ", byte);
+  }
+  buffer->incVaCursor(Entry::kDataBytes);
+  ++count;
+  return true;
+}
+
+template <class Shadow>
+  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+template <class Entry, int tableType>
+typename ShadowAccessor<Shadow>::Cmds ShadowAccessor<Shadow>::enqueueBulkCmd(
+    Sluice::Fapmask const& fapmask, Buffer const& buffer, std::uint32_t entries, std::uint8_t /*firstArray*/,
+    std::uint32_t /*firstEntry*/) const {
+  if (buffer == nullptr) {
+    Dovel::fmassert("ShadowAccessor", __FILE__, __func__, __LINE__, "{}: {}", "dmaMemPoolBuffer",
+                    "Invalid dmaMemPoolBuffer");
+  }
+  Cmds const cmds = Sluice::schanCmdsFactory();
+  forEachPlace([&](Dovel::Ptr<BcmRegMemInfo> const& memory, Hardware::Loam::CoreInfo core) {
+    cmds->cmdEnq(emGenericBulkWriteCommandFactory(fapmask, shadow_.loamStatus(), physicalTableIdOf(*memory),
+                                                  core, Entry::kDataBytes / sizeof(std::uint32_t), memory,
+                                                  entries, buffer, shadow_.hwShadowKey(),
+                                                  shadow_.errReporter(), Dovel::String(Traits::tableName)));
+  });
+  return cmds;
+}
+
+}  // namespace LoamAsicUtils
