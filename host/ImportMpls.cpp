@@ -24,7 +24,7 @@ void importRoute(IprouteElement const& given, ImportMap& map, ImportRows& rows) 
   if (route.has("nexthops")) {
     rows.notMapped(route.where(), "it has several next hops, and a row has one interface");
   } else if (route.has("to")) {
-    rows.notMapped(route.where(), "it has an outgoing label, and the table ends labels");
+    rows.notMapped(route.where(), "it has an outgoing label, and the table has labels that end here");
   } else if (!route.has("dev")) {
     rows.notMapped(route.where(), "it has no dev");
   } else {

@@ -77,13 +77,13 @@ TEST_F(Import, SwapsSeveralNextHopsAndRoutesWithoutInterfaceAreListed) {
   EXPECT_THAT(place_.rows(inputs), IsEmpty());
   EXPECT_THAT(
       place_.notMapped(inputs),
-      ElementsAre("mpls.json: element 1 (101): not mapped: it has an outgoing label, and the table ends "
-                  "labels",
+      ElementsAre("mpls.json: element 1 (101): not mapped: it has an outgoing label, and the table has "
+                          "labels that end here",
                   "mpls.json: element 2 (102): not mapped: it has several next hops, and a row has one "
                   "interface",
                   "mpls.json: element 3 (103): not mapped: it has no dev",
-                  "mpls.json: element 4 (104): not mapped: it has an outgoing label, and the table ends "
-                  "labels"));
+                  "mpls.json: element 4 (104): not mapped: it has an outgoing label, and the table has "
+                          "labels that end here"));
 }
 
 TEST_F(Import, SecondRouteOfALabelIsListedUnlessItSaysTheSame) {
@@ -249,7 +249,7 @@ TEST_F(Import, MulticastGroupIsListedAndTheLocalAddressMapped) {
   EXPECT_THAT(place_.rows(inputs), ElementsAre(tunnel(k10001, 0, 1), network(1, 1)));
   EXPECT_THAT(place_.notMapped(inputs),
               ElementsAre("link.json: element 1 (mc): not mapped: its multicast group "
-                          "239.1.1.1; its local address is"));
+ "239.1.1.1 (its local address is mapped)"));
 }
 
 TEST_F(Import, NumbersOfTheChipsSetUpAreOptionsAndTheVrfStandsInTheMap) {
