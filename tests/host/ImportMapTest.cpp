@@ -142,6 +142,18 @@ TEST_F(ImportMapFile, FileThatCantBeWrittenEndsTheImportBeforeAnythingIsPrinted)
   EXPECT_FALSE(std::filesystem::exists(place_.file("map.json")));
 }
 
+TEST_F(ImportMapFile, FileThatGetsFullLeavesTheMapAsItWasAndNothingBesideIt) {
+  place_.mapIs("{}");
+  TestSupport::writeFile(place_.file("in.json"), R"([{"ifname":"swp1","vlans":[{"vlan":1,"vlanEnd":200}]}])");
+  Outcome const outcome =
+      runShell("cd " + place_.file("") +
+               " && trap '' XFSZ && ulimit -f 1 && HWTABLES import iproute2 --map map.json --vlan in.json");
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_EQ(outcome.err, "hwtables: cannot write " + place_.file("map.json") + ": File too large\n");
+  EXPECT_EQ(place_.map(), "{}");
+  EXPECT_THAT(fileNames(), UnorderedElementsAre("map.json", "in.json"));
+}
+
 TEST_F(ImportMapFile, TwoImportsAtOnceGiveNoNumberTwice) {
   std::vector<std::thread> imports;
   for (unsigned nth = 0; nth < 8; ++nth) {
