@@ -51,7 +51,8 @@ def tunnel_rows(switch):
     interface = tunnels["interface"]
     for vrf in tunnels["vrfs"]:
         for address in tunnels["addresses"]:
-            key = {"udpTunnelType": tunnels["type"], "ipv4Dip": int(ipaddress.IPv4Address(address)), "vrf": vrf}
+            key = {"udpTunnelType": tunnels["type"], "ipv4Dip": int(ipaddress.IPv4Address(address)),
+                   "vrf": vrf}
             yield row("Ip4UdpTtMpIsemHwEm", key, {"inLif": interface})
             interface += 1
 

@@ -34,7 +34,8 @@ class ImportMap {
   // Of the underlay of a local tunnel address: 0, unless people have written another one.
   std::uint64_t vrf(std::string const& address) { return vrfs_.try_emplace(address, 0).first->second; }
 
-  // An interface that has VLANs and is no port of the chip, like a bridge; it is one where people wrote so.
+  // An interface that may have VLANs and is no port of the chip, like a bridge. What stands there as a port
+  // goes on to have its numbers.
   bool isNoPort(std::string const& name) const;
   void noPortIs(std::string const& name) { ports_.try_emplace(name, std::nullopt); }
   // The bridge VLAN that a VXLAN link was last seen to carry; empty where that isn't known.

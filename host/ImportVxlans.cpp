@@ -74,7 +74,8 @@ class VxlanImport {
     rows_.add(link.where, ImportTable::vni, std::nullopt,
               {settings_.esemNameSpace, map_.fodo(bridgeVlan(link))}, link.vni);
     if (!link.group.empty())
-      rows_.notMapped(link.where, fmt::format("its multicast group {} (its local address is mapped)", link.group));
+      rows_.notMapped(link.where,
+                      fmt::format("its multicast group {} (its local address is mapped)", link.group));
   }
 
  private:

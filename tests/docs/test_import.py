@@ -79,7 +79,8 @@ class RowsTest(unittest.TestCase):
 
     def test_edge_switch_has_tens_of_thousands_of_rows_of_all_exact_match_tables(self):
         made = output_of("examples/edge_labels.py", "examples/edge-labels.toml")
-        count = self.check(made, {name for name, table in CATALOGUE.items() if table["family"] == "exactMatch"})
+        tables = {name for name, table in CATALOGUE.items() if table["family"] == "exactMatch"}
+        count = self.check(made, tables)
         self.assertGreater(count, 50_000)
 
 

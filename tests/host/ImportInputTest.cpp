@@ -92,7 +92,8 @@ constexpr Wrong kWrong[] = {
      "link.json: element 1 (v): linkinfo: info_data: id is missing; legal is 0 to 16777215"},
     {"localThatIsNoAddress", "link",
      R"([{"ifname":"v","linkinfo":{"info_kind":"vxlan","info_data":{"id":1,"local":"10.0.0.300"}}}])",
-     R"(link.json: element 1 (v): linkinfo: info_data: local: "10.0.0.300" is not an address of IPv4 or IPv6)"},
+     R"(link.json: element 1 (v): linkinfo: info_data: local: "10.0.0.300" is )"
+     "not an address of IPv4 or IPv6"},
     {"noLinkData", "link", R"([{"ifname":"v","linkinfo":{"info_kind":"vxlan"}}])",
      "link.json: element 1 (v): linkinfo: info_data is missing; legal is an object"},
     {"steersATerminal", "mpls", "[{\"dst\":\"\\u001b[2J\",\"dev\":\"a\"}]",

@@ -179,13 +179,14 @@ TEST_F(ImportMapFile, NumbersThatPeopleWroteStandAndNewOnesGoBetweenThem) {
                             R"({"ifname":"swp2","vlans":[{"vlan":5}]}])"}}),
       testing::AllOf(
           testing::SizeIs(7),
-          IsSupersetOf(
-              {R"({"op":"set","table":"MplsIsemHwEm","key":{"mplsLabel":1,"mplsBos":0},"fields":{"inLif":1}})",
-               R"({"op":"set","table":"MplsIsemHwEm","key":{"mplsLabel":2,"mplsBos":0},"fields":{"inLif":3}})",
-               R"({"op":"set","table":"MplsIsemHwEm","key":{"mplsLabel":3,"mplsBos":0},)"
-               R"("fields":{"inLif":524287}})",
-               R"({"op":"set","table":"InAcSVlanHwEm","key":{"vlanDomainPerCore":511,"sVid":5},)"
-               R"("fields":{"inLif":4},"fap":3})"})));
+          IsSupersetOf({R"({"op":"set","table":"MplsIsemHwEm","key":{"mplsLabel":1,"mplsBos":0},)"
+                        R"("fields":{"inLif":1}})",
+                        R"({"op":"set","table":"MplsIsemHwEm","key":{"mplsLabel":2,"mplsBos":0},)"
+                        R"("fields":{"inLif":3}})",
+                        R"({"op":"set","table":"MplsIsemHwEm","key":{"mplsLabel":3,"mplsBos":0},)"
+                        R"("fields":{"inLif":524287}})",
+                        R"({"op":"set","table":"InAcSVlanHwEm","key":{"vlanDomainPerCore":511,"sVid":5},)"
+                        R"("fields":{"inLif":4},"fap":3})"})));
 }
 
 TEST_F(ImportMapFile, IsSortedForPeopleToRead) {

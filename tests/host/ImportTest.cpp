@@ -8,6 +8,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 class Import : public testing::Test {
  protected:
@@ -71,19 +72,19 @@ TEST_F(Import, LabelThatEndsHereAndGoesOnToANeighbourIsThatOfItsInterface) {
 
 TEST_F(Import, SwapsSeveralNextHopsAndRoutesWithoutInterfaceAreListed) {
   ImportPlace::Inputs const inputs{
-      {"mpls",
-       R"([{"dst":"101","to":"200","via":{"family":"inet","host":"10.1.0.1"},"dev":"swp49"},)"
-       R"({"dst":"102","nexthops":[{"dev":"swp49"},{"dev":"swp50"}]},{"dst":"103"},{"dst":"104","to":["2","3"]}])"}};
+      {"mpls", R"([{"dst":"101","to":"200","via":{"family":"inet","host":"10.1.0.1"},"dev":"swp49"},)"
+               R"({"dst":"102","nexthops":[{"dev":"swp49"},{"dev":"swp50"}]},{"dst":"103"},)"
+               R"({"dst":"104","to":["2","3"]}])"}};
   EXPECT_THAT(place_.rows(inputs), IsEmpty());
   EXPECT_THAT(
       place_.notMapped(inputs),
       ElementsAre("mpls.json: element 1 (101): not mapped: it has an outgoing label, and the table has "
-                          "labels that end here",
+                  "labels that end here",
                   "mpls.json: element 2 (102): not mapped: it has several next hops, and a row has one "
                   "interface",
                   "mpls.json: element 3 (103): not mapped: it has no dev",
                   "mpls.json: element 4 (104): not mapped: it has an outgoing label, and the table has "
-                          "labels that end here"));
+                  "labels that end here"));
 }
 
 TEST_F(Import, SecondRouteOfALabelIsListedUnlessItSaysTheSame) {
@@ -162,7 +163,8 @@ TEST_F(Import, SegmentsThatTheTableCantTellApartAndOtherRoutesAreListed) {
   ImportPlace::Inputs const inputs{
       {"route6",
        R"([{"dst":"fc00:0:1::/48","encap":"seg6local","dev":"a"},{"dst":"fe80::/64","dev":"a"},)"
-       R"({"dst":"fc00:0:1:e000::1","encap":"seg6local","dev":"a"},{"dst":"default","encap":"seg6local","dev":"a"},)"
+       R"({"dst":"fc00:0:1:e000::1","encap":"seg6local","dev":"a"},)"
+       R"({"dst":"default","encap":"seg6local","dev":"a"},)"
        R"({"dst":"fc00:0:1:2::","nexthops":[{"encap":"seg6local","dev":"a"},{"dev":"b"}]},)"
        R"({"dst":"fc00:0:1:3::","encap":"seg6local"},{"dst":"2001:db8::/32","encap":"seg6","dev":"a"},)"
        R"({"dst":"2001:db8:1::/48","nexthops":[{"dev":"a"},{"dev":"b"}]}])"}};
@@ -209,6 +211,22 @@ TEST_F(Import, ForwardingDomainOfALinkIsItsBridgeVlanAlsoWhereOnlyTheMapTellsIt)
   EXPECT_THAT(place_.map(), HasSubstr(R"("vni:100": 2)"));
 }
 
+TEST_F(Import, LinkThatHasLeftItsBridgeVlanHasADomainOfItsOwn) {
+  std::string const links = "[" + vxlan("a", R"("id":100,"local":"10.0.0.1")", R"(,"master":"br0")") + "]";
+  place_.rows({{"vlan", R"([{"ifname":"a","vlans":[{"vlan":7,"flags":["PVID"]}]}])"}, {"link", links}});
+  EXPECT_THAT(place_.rows({{"vlan", "[]"}, {"link", links}}),
+              ElementsAre(tunnel(k10001, 0, 1), network(2, 100)));
+  EXPECT_THAT(place_.rows({{"link", links}}), ElementsAre(tunnel(k10001, 0, 1), network(2, 100)));
+}
+
+TEST_F(Import, VrfThatALinkHasJoinedIsNoBridge) {
+  std::string const link = R"([{"ifname":"a","master":"vrf10","linkinfo":{"info_kind":"vxlan",)"
+                           R"("info_data":{"id":100,"local":"10.0.0.1"},"info_slave_kind":"vrf"}}])";
+  place_.rows({{"vlan", R"([{"ifname":"a","vlans":[{"vlan":7,"flags":["PVID"]}]}])"}, {"link", link}});
+  EXPECT_THAT(place_.map(), HasSubstr(R"("vni:100": 1)"));
+  EXPECT_THAT(place_.map(), Not(HasSubstr("vrf10")));
+}
+
 TEST_F(Import, SecondVniOfABridgeVlanIsListed) {
   std::string const vlans = R"([{"ifname":"a","vlans":[{"vlan":7,"flags":["PVID"]}]},)"
                             R"({"ifname":"b","vlans":[{"vlan":7,"flags":["PVID"]}]}])";
@@ -249,7 +267,7 @@ TEST_F(Import, MulticastGroupIsListedAndTheLocalAddressMapped) {
   EXPECT_THAT(place_.rows(inputs), ElementsAre(tunnel(k10001, 0, 1), network(1, 1)));
   EXPECT_THAT(place_.notMapped(inputs),
               ElementsAre("link.json: element 1 (mc): not mapped: its multicast group "
- "239.1.1.1 (its local address is mapped)"));
+                          "239.1.1.1 (its local address is mapped)"));
 }
 
 TEST_F(Import, NumbersOfTheChipsSetUpAreOptionsAndTheVrfStandsInTheMap) {
