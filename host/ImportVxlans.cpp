@@ -81,9 +81,9 @@ class VxlanImport {
  private:
   // A link whose bridge VLAN isn't known has a forwarding domain of its own.
   std::string bridgeVlan(VxlanLink const& link) {
-    std::string const own = fmt::format("vni:{}", link.vni);
+    std::string own = fmt::format("vni:{}", link.vni);
     if (!pvids_) {
-      std::string const latest = map_.vxlanLink(link.name);
+      std::string latest = map_.vxlanLink(link.name);
       return !link.bridge.empty() && latest.starts_with(link.bridge + "/") ? latest : own;
     }
     auto const pvid = pvids_->find(link.name);
@@ -91,7 +91,7 @@ class VxlanImport {
       map_.vxlanLinkDel(link.name);
       return own;
     }
-    std::string const found = fmt::format("{}/{}", link.bridge, pvid->second);
+    std::string found = fmt::format("{}/{}", link.bridge, pvid->second);
     map_.vxlanLinkIs(link.name, found);
     return found;
   }
