@@ -11,6 +11,7 @@
 
 #include "host/CatalogueCommand.h"
 #include "host/FastLogCommand.h"
+#include "host/ImportCommand.h"
 #include "host/Output.h"
 #include "host/RunCommand.h"
 #include "host/StoreCommand.h"
@@ -45,6 +46,7 @@ int run(int argc, char** argv) {
   int exitCode = 0;
   Host::addCatalogueCommand(app, exitCode);
   Host::addFastLogCommand(app, exitCode);
+  Host::addImportCommand(app, exitCode);
   Host::addRunCommand(app, exitCode);
   Host::addStoreCommand(app, exitCode);
   Host::addTableCommand(app, exitCode);

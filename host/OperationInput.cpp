@@ -2,35 +2,13 @@
 
 #include <fmt/format.h>
 
-#include <set>
-#include <vector>
-
-#include "host/Output.h"
+#include "host/DistinctNames.h"
 
 namespace Host {
-namespace {
-
-// Sees the names of the objects that are being read.
-class Names {
- public:
-  bool operator()(int /*depth*/, Json::parse_event_t event, Json& parsed) {
-    if (event == Json::parse_event_t::object_start) open_.emplace_back();
-    if (event == Json::parse_event_t::object_end) open_.pop_back();
-    if (event == Json::parse_event_t::key && !open_.back().insert(parsed.get<std::string>()).second)
-      throw InputError(fmt::format("{} stands twice", textOf(parsed)));
-    return true;
-  }
-
- private:
-  std::vector<std::set<std::string>> open_;
-};
-
-}  // namespace
 
 Json objectOf(std::string const& line) {
   try {
-    Names names;
-    Json given = Json::parse(line, [&](auto&&... seen) { return names(seen...); });
+    Json given = parsedDistinct<Json>(line);
     if (!given.is_object()) throw InputError(fmt::format("not a JSON object: {}", textOf(given)));
     return given;
   } catch (nlohmann::json::parse_error const& wrong) {
