@@ -33,7 +33,8 @@ def memories():
 
 def databases():
     """(physical table, its name, tid, entry type, last bit of the key) of the chip's own list."""
-    listed = re.search(r"kListed = std::to_array<ExactMatchDatabase>\(\{(.*?)\n\}\);", DATABASES, re.DOTALL)[1]
+    listed = re.search(r"kListed = std::to_array<ExactMatchDatabase>\(\{(.*?)\n\}\);", DATABASES,
+                       re.DOTALL)[1]
     for table, name, tid, kind, key_end in re.findall(r'\{(\d+), "(\w+)", (\d+), (\d+), (\d+)\}', listed):
         yield int(table), name, int(tid), int(kind), int(key_end)
 
@@ -52,7 +53,8 @@ def made():
         rows.append(f"| {block} | {address:#x} | {count} | {row_bytes} | `{name}`"
                     f"{', a register' if is_register else ''} | {at:#x} |")
         at += count * row_bytes
-    listed = ["| Physical table | Name | `tid` | Type of the entries | Key ends with bit |", "|---|---|---|---|---|"]
+    listed = ["| Physical table | Name | `tid` | Type of the entries | Key ends with bit |",
+              "|---|---|---|---|---|"]
     listed += [f"| {table} | `{name}` | {tid} | {kind} | {key_end} |"
                for table, name, tid, kind, key_end in databases()]
     return {"memories": "\n".join(rows + ["", f"Together they end at byte {at} of a file."]) + "\n",
