@@ -162,7 +162,10 @@ struct ExactMatchRig : testing::Test {
     return give(database, entryOf(database, key, 0, kDelete));
   }
   std::optional<Entry> look(Database const& database, std::uint64_t key, unsigned fap = 0) const {
-    return chip->lookUp(fap, database.physicalTable, database.tid, entryOf(database, key));
+    return look(database, entryOf(database, key), fap);
+  }
+  std::optional<Entry> look(Database const& database, Entry const& entry, unsigned fap = 0) const {
+    return chip->lookUp(fap, database.physicalTable, database.tid, entry);
   }
   bool has(Database const& database, std::uint64_t key) const { return look(database, key).has_value(); }
   std::uint64_t resultOf(Database const& database, std::uint64_t key) const {
