@@ -105,7 +105,7 @@ ExactMatchStore::Ways ExactMatchStore::waysOf(std::uint32_t first, ExactMatchKey
 
 void ExactMatchStore::prefetch(ExactMatchKey const& key) const {
   for (unsigned candidate = 0; candidate < kCandidates; ++candidate) {
-    Slot const* const first = &slots_[bucket(key, candidate) * kWays];
+    Slot const* const first = &slots_[std::size_t{bucket(key, candidate)} * kWays];
     __builtin_prefetch(first, 1);
     __builtin_prefetch(first + 2, 1);
   }
@@ -150,7 +150,7 @@ void ExactMatchStore::remove(std::uint32_t slot) {
   store(slots_[slot].control, 0);
 }
 
-// Entries only come where none was by an insertion, so what is not programmed yet is seen to here as well.
+// An entry that is replaced shows that the chip is programmed already, so replace() may pass this by.
 void ExactMatchStore::tell(std::uint32_t tid, ExactMatchEntry const* before, ExactMatchEntry const* after) {
   state_.programmedIs();
   if (observer_ == nullptr) [[likely]]
@@ -225,8 +225,8 @@ bool ExactMatchStore::isSound(std::uint32_t slot) const {
   ExactMatchEntry const entry = this->entry(slot);
   ExactMatchDatabase const* const database = this->database(entry.tid());
   if (flags != Slot::kHeld || database == nullptr || database->entryType != entry.entryType()) return false;
-  ExactMatchKey const key(*database, entry);
-  return bucket(key, 0) == slot / kWays || bucket(key, 1) == slot / kWays;
+  auto const found = search(ExactMatchKey(*database, entry)).held;
+  return found && found->slot == slot;
 }
 
 }  // namespace Chip

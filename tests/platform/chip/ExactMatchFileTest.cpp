@@ -174,6 +174,18 @@ TEST_F(ExactMatchFile, WhatNoLookUpCouldFindIsDropped) {
   });
 }
 
+TEST_F(ExactMatchFile, OfAKeyThatStandsTwiceOneIsDropped) {
+  std::uint64_t const slot = address(write(kMpls, 5, 1));
+  std::uint64_t const other = slot % 4 == 3 ? slot - 1 : slot + 1;
+  reopened([&](std::string& bytes) {
+    put(bytes, kSlots + 32 * other, 99U << 2 | 1);
+    put(bytes, kSlots + 32 * other + 8, entryOf(kMpls, 5, 2));
+  });
+  EXPECT_EQ(entries(kMpls).size(), 1U);
+  del(kMpls, 5);
+  EXPECT_FALSE(has(kMpls, 5));
+}
+
 TEST_F(ExactMatchFile, OpensWhateverItHolds) {
   PRINT_SEED_ON_FAILURE();
   std::mt19937_64 random(seed());
