@@ -41,7 +41,7 @@ inline void bitsAre(std::span<std::byte> bytes, unsigned first, unsigned width, 
   for (unsigned bit = 0; bit < width; ++bit) {
     std::byte const mask = std::byte{1} << (first + bit) % 8;
     std::byte& at = bytes[(first + bit) / 8];
-    at = (value >> bit & 1) != 0 ? at | mask : at & ~mask;
+    at = bit < 64 && (value >> bit & 1) != 0 ? at | mask : at & ~mask;
   }
 }
 inline std::uint64_t bitsOf(std::span<std::byte const> bytes, unsigned first, unsigned width) {
