@@ -22,10 +22,11 @@ std::uint64_t orElse(Json const& given, std::string_view name, std::uint64_t oth
 }
 
 SchanStatus statusOf(Json const& given) {
-  static constexpr std::array<std::pair<std::string_view, SchanStatus>, 3> kStatuses{
+  static constexpr std::array<std::pair<std::string_view, SchanStatus>, 4> kStatuses{
       {{"badAddress", SchanStatus::badAddress},
        {"bucketFull", SchanStatus::bucketFull},
-       {"badDatabase", SchanStatus::badDatabase}}};
+       {"badDatabase", SchanStatus::badDatabase},
+       {"noResponse", SchanStatus::noResponse}}};
   if (!given.contains("status")) return SchanStatus::badAddress;
   std::vector<std::string_view> names;
   for (auto const& [name, status] : kStatuses) {
@@ -56,12 +57,32 @@ void refuseRows(ControlPlane& plane, Json const& given, LiveTable const* table) 
       static_cast<std::uint32_t>(orElse(given, "rows", 1, {1, memory.rowCount()})), statusOf(given));
 }
 
-void refuseByChance(ControlPlane& plane, Json const& given) {
+// How often, and by which numbers.
+struct Chance {
+  std::uint64_t seed;
+  double probability;
+};
+
+Chance chanceOf(Json const& given) {
   Json const chance = given.value("probability", Json());
   if (!chance.is_number() || chance.get<double>() < 0 || chance.get<double>() > 1)
     throw InputError(fmt::format("probability: {} is not 0 to 1", textOf(chance)));
-  plane.chip().faults().randomRefusalIs(orElse(given, "seed", 1, {0, kAny}), chance.get<double>(),
-                                        statusOf(given));
+  return {orElse(given, "seed", 1, {0, kAny}), chance.get<double>()};
+}
+
+void refuseByChance(ControlPlane& plane, Json const& given) {
+  Chance const chance = chanceOf(given);
+  plane.chip().faults().randomRefusalIs(chance.seed, chance.probability, statusOf(given));
+}
+
+void loseByChance(ControlPlane& plane, Json const& given) {
+  Chance const chance = chanceOf(given);
+  plane.chip().faults().randomLossIs(chance.seed, chance.probability);
+}
+
+void lateByChance(ControlPlane& plane, Json const& given) {
+  Chance const chance = chanceOf(given);
+  plane.chip().faults().randomLateIs(chance.seed, chance.probability, orElse(given, "after", 1, {1, kAny}));
 }
 
 }  // namespace
@@ -73,8 +94,13 @@ std::vector<ChipFaultKind> const& chipFaultKinds() {
       {"lateAnswer", "the nth command is done and answered `after` commands later"},
       {"flipBit", "of the nth write the bit arrives turned"},
       {"resetInTransfer", "the nth bulk transfer moves half of its rows, then the FAP resets itself"},
+      {"failPass",
+       "the nth pass over an exact-match database does half of its work and answers with the status"},
+      {"slowPass", "the nth pass pauses `after` microseconds after every 256 entries that it works on"},
       {"refuseRows", "all that touches these rows of the table's first memory is refused, on every FAP"},
       {"refuseByChance", "each command is refused with the probability, by the seed"},
+      {"loseByChance", "each command is done and never answered with the probability, by the seed"},
+      {"lateByChance", "each command is done and answered up to `after` commands later with the probability"},
       {"noBuffer", "the nth request for a DMA buffer gets none"},
       {"none", "no chip faults from now on"},
   };
@@ -88,8 +114,12 @@ void setChipFault(ControlPlane& plane, Json const& given, Sluice::FapId fap, Liv
   if (kind == "lateAnswer") return oneFault(plane, given, fap, ChipFault::Kind::lateAnswer);
   if (kind == "flipBit") return oneFault(plane, given, fap, ChipFault::Kind::flipBit);
   if (kind == "resetInTransfer") return oneFault(plane, given, fap, ChipFault::Kind::resetInTransfer);
+  if (kind == "failPass") return oneFault(plane, given, fap, ChipFault::Kind::failPass);
+  if (kind == "slowPass") return oneFault(plane, given, fap, ChipFault::Kind::slowPass);
   if (kind == "refuseRows") return refuseRows(plane, given, table);
   if (kind == "refuseByChance") return refuseByChance(plane, given);
+  if (kind == "loseByChance") return loseByChance(plane, given);
+  if (kind == "lateByChance") return lateByChance(plane, given);
   if (kind == "noBuffer") return plane.pool().failNthIs(orElse(given, "nth", 1, {1, kAny}));
   if (kind == "none") return plane.chip().faults().faultsDel();
   std::vector<std::string_view> names;

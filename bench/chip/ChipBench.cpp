@@ -230,7 +230,7 @@ void markPasses(benchmark::State& state) {
   auto const chip = labels.chip();
   sendBulk(*chip, labels);
   for (auto _ : state) mark(*chip, labels);
-  if (chip->counters(0).bytes != (state.iterations() + 1U) * Labels::kCount * 24)
+  if (chip->counters(0).bytes != 24 * (static_cast<std::uint64_t>(state.iterations()) + 1) * Labels::kCount)
     state.SkipWithError("a pass missed entries");
   state.SetItemsProcessed(state.iterations() * Labels::kCount);
 }

@@ -138,11 +138,11 @@ void ChipState::map(int flags, Dovel::String const& name) {
   auto* const bytes = static_cast<std::byte*>(memory);
   header_ = static_cast<ChipFileHeader*>(memory);
   rows_ = bytes + kHeaderBytes;
-  for (std::size_t table = 0; table < slots_.size(); ++table) {
+  for (std::size_t table = 0; table < ExactMatchMap::kPhysicalTables; ++table) {
     auto* const marks = reinterpret_cast<std::uint8_t*>(bytes + layout_.marksAt + table * layout_.chunks);
     std::uint64_t const at = layout_.slotsAt + table * layout_.slotsStep;
-    slots_[table].emplace(std::span(bytes + at, layout_.tableBytes), std::span(marks, layout_.chunks),
-                          SparseMemory::Part{file_.number(), name, at});
+    slots_.emplace_back(std::span(bytes + at, layout_.tableBytes), std::span(marks, layout_.chunks),
+                        SparseMemory::Part{file_.number(), name, at});
   }
 }
 
@@ -160,7 +160,7 @@ void ChipState::reset() {
   std::memset(rows_, 0, ChipMemoryMap::bytes());
   for (std::size_t table = 0; table < slots_.size(); ++table) {
     head(table).slot = 0;
-    slots_[table]->clear();
+    slots_[table].clear();
   }
   header_->lifeIs(ChipFileHeader::Life::blank);
 }

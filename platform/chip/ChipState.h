@@ -7,10 +7,9 @@
 // back to back; the marks of the slots' chunks; and the slots, which take room as they are written.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <vector>
 
 #include "platform/chip/ChipMemoryMap.h"
 #include "platform/chip/ExactMatchMap.h"
@@ -54,7 +53,7 @@ class ChipState {
 
   // Of the physical table with that number.
   ExactMatchHead& head(std::size_t table) const;
-  SparseMemory& slots(std::size_t table) { return *slots_.at(table); }
+  SparseMemory& slots(std::size_t table) { return slots_.at(table); }
 
   bool programmed() const;
   // Is called before a row or an entry is written.
@@ -89,7 +88,7 @@ class ChipState {
   Mem::Descriptor file_;
   ChipFileHeader* header_ = nullptr;
   std::byte* rows_ = nullptr;
-  std::array<std::optional<SparseMemory>, ExactMatchMap::kPhysicalTables> slots_;
+  std::vector<SparseMemory> slots_;  // of the physical tables
 };
 
 }  // namespace Chip

@@ -73,7 +73,7 @@ SchanStatus ExactMatchDatabases::entries(BulkTransfer const& transfer, std::uint
   ExactMatchStore* const store = storeOf({transfer.block, 0, transfer.physicalTableId, transfer.core});
   if (store == nullptr) answer.refused = transfer.rows, first = SchanStatus::badDatabase;
   for (std::uint32_t number = 0; store != nullptr && number < count; ++number) {
-    if (number + kAhead < count) prefetch(*store, buffer + std::size_t{number + kAhead} * transfer.rowBytes);
+    if (number + kAhead < count) prefetch(*store, at(buffer, number + kAhead));
     ExactMatchEntry entry = at(buffer, number);
     if (flippedBit && number == transfer.rows / 2) entry.bitFlip(*flippedBit);
     SchanStatus const status = take(*store, entry, faults);
@@ -88,8 +88,7 @@ SchanStatus ExactMatchDatabases::entries(BulkTransfer const& transfer, std::uint
   return first;
 }
 
-void ExactMatchDatabases::prefetch(ExactMatchStore const& store, std::byte const* bytes) {
-  ExactMatchEntry const entry = ExactMatchEntry::of(bytes);
+void ExactMatchDatabases::prefetch(ExactMatchStore const& store, ExactMatchEntry const& entry) {
   if (ExactMatchDatabase const* const database = store.database(entry.tid()); database != nullptr)
     store.prefetch(ExactMatchKey(*database, entry));
 }

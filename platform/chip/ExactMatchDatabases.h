@@ -5,7 +5,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <span>
 
@@ -58,7 +57,7 @@ class ExactMatchDatabases {
   static Sluice::SchanStatus write(ExactMatchStore& store, ExactMatchStore::Search const& found,
                                    ExactMatchEntry& entry);
   static void remove(ExactMatchStore& store, ExactMatchStore::Search const& found, ExactMatchEntry& entry);
-  static void prefetch(ExactMatchStore const& store, std::byte const* entry);
+  static void prefetch(ExactMatchStore const& store, ExactMatchEntry const& entry);
 
   std::array<ExactMatchStore, ExactMatchMap::kPhysicalTables> stores_;
   std::uint64_t entriesMoved_ = 0;

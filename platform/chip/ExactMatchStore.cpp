@@ -1,7 +1,9 @@
 #include "platform/chip/ExactMatchStore.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 #include <thread>
 
 namespace Chip {
@@ -26,6 +28,9 @@ void store(std::uint64_t& word, std::uint64_t value) {
 std::uint64_t load(std::uint64_t& word) { return std::atomic_ref(word).load(std::memory_order_acquire); }
 // Of a word that only this thread stores.
 std::uint64_t own(std::uint64_t& word) { return std::atomic_ref(word).load(std::memory_order_relaxed); }
+
+// Of the bits that are set.
+constexpr std::array<std::uint8_t, 16> kCounts{0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
 
 std::uint64_t mixed(std::uint64_t word) {
   word = (word ^ word >> 30) * 0xBF58476D1CE4E5B9;
@@ -60,39 +65,47 @@ std::uint32_t ExactMatchStore::bucket(ExactMatchKey const& key, unsigned candida
   return static_cast<std::uint32_t>(half * buckets_ >> 32);
 }
 
-ExactMatchStore::Slot& ExactMatchStore::at(std::uint32_t slot) const { return slots_[slot]; }
-
-bool ExactMatchStore::isHeld(std::uint32_t slot) const { return (own(at(slot).control) & Slot::kHeld) != 0; }
+bool ExactMatchStore::isHeld(std::uint32_t slot) const {
+  return (own(slots_[slot].control) & Slot::kHeld) != 0;
+}
 
 ExactMatchEntry ExactMatchStore::entry(std::uint32_t slot) const {
-  Slot& from = at(slot);
+  Slot& from = slots_[slot];
   return {{own(from.words[0]), own(from.words[1]), own(from.words[2])}};
 }
 
+// Both buckets are looked at whole and without a branch: what a look at the next key needs then comes near
+// while this one's is waited for.
 ExactMatchStore::Search ExactMatchStore::search(ExactMatchKey const& key) const {
-  Search found;
-  unsigned fewest = kWays;
-  for (unsigned candidate = 0; candidate < kCandidates; ++candidate) {
-    std::uint32_t const first = bucket(key, candidate) * kWays;
-    unsigned held = 0;
-    std::optional<Spot> free;
-    for (std::uint32_t slot = first; slot < first + kWays; ++slot) {
-      if (!isHeld(slot)) {
-        if (!free) free = Spot{slot, candidate};
-      } else if (++held; key.isOf(entry(slot))) {
-        return {Spot{slot, candidate}, std::nullopt};
-      }
-    }
-    if (held >= fewest || candidate >= candidates_) continue;
-    fewest = held;
-    found.free = free;
+  prefetch(key);
+  std::array const first{bucket(key, 0) * kWays, bucket(key, 1) * kWays};
+  std::array const ways{waysOf(first[0], key), waysOf(first[1], key)};
+  if (unsigned const hit = ways[0].hit | ways[1].hit << kWays; hit != 0) {
+    auto const number = static_cast<unsigned>(std::countr_zero(hit));
+    unsigned const candidate = number / kWays;
+    return {Spot{first[candidate] + number % kWays, candidate}, std::nullopt};
   }
-  return found;
+  unsigned const candidate = candidates_ == 2 && kCounts[ways[1].held] < kCounts[ways[0].held] ? 1 : 0;
+  auto const way = static_cast<unsigned>(std::countr_one(ways[candidate].held));
+  if (way == kWays) return {};
+  return {std::nullopt, Spot{first[candidate] + way, candidate}};
+}
+
+// Even to read a page for the first time would cost more than all of a command.
+ExactMatchStore::Ways ExactMatchStore::waysOf(std::uint32_t first, ExactMatchKey const& key) const {
+  Ways ways{0, 0};
+  if (!memory_.used(first / kChunkSlots)) return ways;
+  for (unsigned way = 0; way < kWays; ++way) {
+    unsigned const held = isHeld(first + way) ? 1 : 0;
+    ways.held |= held << way;
+    ways.hit |= (held & (key.isOf(entry(first + way)) ? 1U : 0U)) << way;
+  }
+  return ways;
 }
 
 void ExactMatchStore::prefetch(ExactMatchKey const& key) const {
   for (unsigned candidate = 0; candidate < kCandidates; ++candidate) {
-    Slot const* const first = &slots_[bucket(key, candidate) * kWays];
+    Slot const* const first = &slots_[std::size_t{bucket(key, candidate)} * kWays];
     __builtin_prefetch(first, 1);
     __builtin_prefetch(first + 2, 1);
   }
@@ -111,7 +124,7 @@ void ExactMatchStore::close(Slot& slot) {
 bool ExactMatchStore::insert(std::uint32_t slot, ExactMatchEntry const& entry) {
   if (!memory_.take(slot / kChunkSlots)) return false;
   tell(entry.tid(), nullptr, &entry);
-  Slot& into = at(slot);
+  Slot& into = slots_[slot];
   wordsAre(into, entry);
   close(into);
   return true;
@@ -124,7 +137,7 @@ void ExactMatchStore::replace(std::uint32_t slot, ExactMatchEntry const& entry) 
   }
   for (std::size_t word = 0; word < entry.words.size(); ++word) store(head_.words[word], entry.words[word]);
   store(head_.slot, std::uint64_t{slot} + 1);
-  Slot& of = at(slot);
+  Slot& of = slots_[slot];
   store(of.control, Slot::kChanging);
   wordsAre(of, entry);
   close(of);
@@ -134,10 +147,10 @@ void ExactMatchStore::replace(std::uint32_t slot, ExactMatchEntry const& entry) 
 void ExactMatchStore::remove(std::uint32_t slot) {
   ExactMatchEntry const before = entry(slot);
   tell(before.tid(), &before, nullptr);
-  store(at(slot).control, 0);
+  store(slots_[slot].control, 0);
 }
 
-// Entries only come where none was by an insertion, so what is not programmed yet is seen to here as well.
+// An entry that is replaced shows that the chip is programmed already, so replace() may pass this by.
 void ExactMatchStore::tell(std::uint32_t tid, ExactMatchEntry const* before, ExactMatchEntry const* after) {
   state_.programmedIs();
   if (observer_ == nullptr) [[likely]]
@@ -157,7 +170,7 @@ std::uint32_t ExactMatchStore::next(ExactMatchDatabase const& database, std::uin
     }
     std::uint32_t const end = std::min(slots(), (slot / kChunkSlots + 1) * kChunkSlots);
     for (; slot < end; ++slot)
-      if (isHeld(slot) && (own(at(slot).words[2]) & ExactMatchEntry::kTidMask) == tid) return slot;
+      if (isHeld(slot) && (own(slots_[slot].words[2]) & ExactMatchEntry::kTidMask) == tid) return slot;
   }
   return slots();
 }
@@ -166,7 +179,7 @@ std::optional<ExactMatchEntry> ExactMatchStore::lookUp(ExactMatchKey const& key)
   for (unsigned candidate = 0; candidate < kCandidates; ++candidate) {
     std::uint32_t const first = bucket(key, candidate) * kWays;
     for (std::uint32_t slot = first; slot < first + kWays;) {
-      Slot& from = at(slot);
+      Slot& from = slots_[slot];
       std::uint64_t const control = load(from.control);
       if ((control & Slot::kChanging) != 0) {
         std::this_thread::yield();
@@ -187,7 +200,7 @@ void ExactMatchStore::finishChange() {
   std::uint64_t const slot = own(head_.slot) - 1;
   if (slot < slots() && memory_.used(static_cast<std::size_t>(slot / kChunkSlots)) &&
       memory_.take(static_cast<std::size_t>(slot / kChunkSlots))) {
-    Slot& of = at(static_cast<std::uint32_t>(slot));
+    Slot& of = slots_[static_cast<std::uint32_t>(slot)];
     wordsAre(of, {{own(head_.words[0]), own(head_.words[1]), own(head_.words[2])}});
     close(of);
   }
@@ -202,18 +215,18 @@ void ExactMatchStore::dropUnsound() {
       slot = (slot / kChunkSlots + 1) * kChunkSlots;
       continue;
     }
-    if (own(at(slot).control) != 0 && !isSound(slot)) store(at(slot).control, 0);
+    if (own(slots_[slot].control) != 0 && !isSound(slot)) store(slots_[slot].control, 0);
     ++slot;
   }
 }
 
 bool ExactMatchStore::isSound(std::uint32_t slot) const {
-  std::uint64_t const flags = own(at(slot).control) & (Slot::kHeld | Slot::kChanging);
+  std::uint64_t const flags = own(slots_[slot].control) & (Slot::kHeld | Slot::kChanging);
   ExactMatchEntry const entry = this->entry(slot);
   ExactMatchDatabase const* const database = this->database(entry.tid());
   if (flags != Slot::kHeld || database == nullptr || database->entryType != entry.entryType()) return false;
-  ExactMatchKey const key(*database, entry);
-  return bucket(key, 0) == slot / kWays || bucket(key, 1) == slot / kWays;
+  auto const found = search(ExactMatchKey(*database, entry)).held;
+  return found && found->slot == slot;
 }
 
 }  // namespace Chip

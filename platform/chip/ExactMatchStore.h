@@ -91,9 +91,14 @@ class ExactMatchStore {
 
  private:
   struct Slot;
+  // A bit for each slot of a bucket.
+  struct Ways {
+    unsigned held;
+    unsigned hit;  // those of them that hold the key
+  };
 
   std::uint32_t bucket(ExactMatchKey const& key, unsigned candidate) const;
-  Slot& at(std::uint32_t slot) const;
+  Ways waysOf(std::uint32_t first, ExactMatchKey const& key) const;
   bool isHeld(std::uint32_t slot) const;
   void wordsAre(Slot& slot, ExactMatchEntry const& entry);
   void close(Slot& slot);

@@ -38,7 +38,7 @@ class SparseMemory {
   void clear();
 
  private:
-  bool fill(std::size_t chunk);
+  bool fill(std::size_t number);
   bool letGo() const;
   std::span<std::byte> chunk(std::size_t number) const;
 

@@ -125,6 +125,28 @@ TEST_F(RunFaults, RefusalsByChanceDependOnTheSeedAlone) {
   EXPECT_EQ(place_.events(operations).table("SmallAdsHwDirect")["refused"], refused);
 }
 
+TEST_F(RunFaults, LossesAndDelaysByChanceDependOnTheSeedAlone) {
+  for (std::string const kind : {"loseByChance", "lateByChance"}) {
+    std::vector<std::string> operations{
+        fault(R"("kind":")" + kind + R"(","seed":5,"probability":0.1,"after":3)")};
+    for (unsigned row = 0; row < 500; ++row) operations.push_back(setRow(row));
+    operations.insert(operations.end(), {kFlush, kNoFaults, kVerify});
+    RunEvents const first = place_.events(operations);
+    RunJson const unanswered = first.table("SmallAdsHwDirect")["unanswered"];
+    EXPECT_GT(unanswered, 20) << kind;
+    EXPECT_LT(unanswered, 100) << kind;
+    EXPECT_EQ(first.one("verify")["clean"], true) << kind;
+    EXPECT_EQ(place_.events(operations).table("SmallAdsHwDirect")["unanswered"], unanswered) << kind;
+  }
+}
+
+TEST_F(RunFaults, CommandThatNeverArrivedIsPending) {
+  RunEvents const events = meeting(R"("kind":"refuse","status":"noResponse")");
+  EXPECT_EQ(events.table("SmallAdsHwDirect")["unanswered"], 1);
+  EXPECT_EQ(events.table("SmallAdsHwDirect")["refused"], 0);
+  EXPECT_EQ(events.one("verify")["counts"]["pending"], 1);
+}
+
 TEST_F(RunFaults, DownloadGoesRowByRowWhereThereIsNoBuffer) {
   RunEvents const events = place_.events(
       {setRow(1), R"({"op":"chip-reset"})", fault(R"("kind":"noBuffer")"), R"({"op":"download"})", kVerify});

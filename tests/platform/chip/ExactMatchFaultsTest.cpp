@@ -144,6 +144,14 @@ TEST_F(ExactMatchFaults, APassMayBreakOffWithoutAnAnswer) {
   EXPECT_EQ(entries(kMpls).size(), 5U);
 }
 
+TEST_F(ExactMatchFaults, WhatIsNotAnsweredLeavesTheResponseAsItIs) {
+  chip->faults().faultIs({.kind = Kind::refuse, .status = SchanStatus::noResponse});
+  SchanResponse const answer = bulk(kMpls, entriesFor(10));
+  EXPECT_EQ(answer.status, SchanStatus::noResponse);
+  EXPECT_EQ(bulkAnswer(answer).refused, 0U);
+  EXPECT_TRUE(entries(kMpls).empty());
+}
+
 TEST_F(ExactMatchFaults, ASlowPassPausesEverySoManyEntries) {
   bulk(kMpls, entriesFor(100));
   chip->faults().faultIs({.kind = Kind::slowPass, .after = 2000, .every = 10});

@@ -2,11 +2,15 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <random>
+#include <thread>
 
 #include "runtime/Dovel/Exception.h"
 #include "tests/platform/chip/ExactMatchSupport.h"
@@ -170,6 +174,18 @@ TEST_F(ExactMatchFile, WhatNoLookUpCouldFindIsDropped) {
   });
 }
 
+TEST_F(ExactMatchFile, OfAKeyThatStandsTwiceOneIsDropped) {
+  std::uint64_t const slot = address(write(kMpls, 5, 1));
+  std::uint64_t const other = slot % 4 == 3 ? slot - 1 : slot + 1;
+  reopened([&](std::string& bytes) {
+    put(bytes, kSlots + 32 * other, 99U << 2 | 1);
+    put(bytes, kSlots + 32 * other + 8, entryOf(kMpls, 5, 2));
+  });
+  EXPECT_EQ(entries(kMpls).size(), 1U);
+  del(kMpls, 5);
+  EXPECT_FALSE(has(kMpls, 5));
+}
+
 TEST_F(ExactMatchFile, OpensWhateverItHolds) {
   PRINT_SEED_ON_FAILURE();
   std::mt19937_64 random(seed());
@@ -189,6 +205,41 @@ TEST_F(ExactMatchFile, OpensWhateverItHolds) {
       EXPECT_TRUE(entries(database).empty());
     }
   }
+}
+
+// A process may be killed at any moment, so at any moment the head tells of the change that is under way.
+TEST_F(ExactMatchFile, AChangeStandsInTheHeadForAsLongAsItLasts) {
+  std::uint64_t const slot = address(write(kMpls, 5));
+  int const file = ::open(path.c_str(), O_RDONLY);
+  ASSERT_GE(file, 0);
+  void* const mapped = ::mmap(nullptr, kSlots + 32768, PROT_READ, MAP_SHARED, file, 0);
+  ::close(file);
+  ASSERT_NE(mapped, MAP_FAILED);
+  auto const loaded = [mapped](std::size_t at) {
+    auto* const word = reinterpret_cast<std::uint64_t*>(static_cast<std::byte*>(mapped) + at);
+    return std::atomic_ref(*word).load(std::memory_order_acquire);
+  };
+  std::atomic<unsigned> seen = 0;
+  std::atomic<unsigned> untold = 0;
+  std::atomic<bool> stopped = false;
+  std::thread watcher([&] {
+    while (!stopped.load()) {
+      std::uint64_t const changes = loaded(kHead);
+      if ((loaded(kSlots + 32 * slot) & 2) == 0) continue;
+      bool const told = loaded(kHead + 8) == slot + 1 && (loaded(kHead + 16) & 0x1FF) == kWrite;
+      if ((loaded(kSlots + 32 * slot) & 2) == 0 || loaded(kHead) != changes) continue;
+      ++seen;
+      if (!told) ++untold;
+    }
+  });
+  std::array const messages{messageOf(kMpls, entryOf(kMpls, 5, 1)), messageOf(kMpls, entryOf(kMpls, 5, 2))};
+  auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (seen.load() < 100 && std::chrono::steady_clock::now() < end)
+    for (unsigned number = 0; number < 1000; ++number) answerTo(*chip, messages[number % 2]);
+  stopped = true;
+  watcher.join();
+  ::munmap(mapped, kSlots + 32768);
+  EXPECT_EQ(untold.load(), 0U);
 }
 
 // Updates keys over and over, each with its generation in two words.

@@ -41,7 +41,7 @@ inline void bitsAre(std::span<std::byte> bytes, unsigned first, unsigned width, 
   for (unsigned bit = 0; bit < width; ++bit) {
     std::byte const mask = std::byte{1} << (first + bit) % 8;
     std::byte& at = bytes[(first + bit) / 8];
-    at = (value >> bit & 1) != 0 ? at | mask : at & ~mask;
+    at = bit < 64 && (value >> bit & 1) != 0 ? at | mask : at & ~mask;
   }
 }
 inline std::uint64_t bitsOf(std::span<std::byte const> bytes, unsigned first, unsigned width) {
@@ -162,7 +162,10 @@ struct ExactMatchRig : testing::Test {
     return give(database, entryOf(database, key, 0, kDelete));
   }
   std::optional<Entry> look(Database const& database, std::uint64_t key, unsigned fap = 0) const {
-    return chip->lookUp(fap, database.physicalTable, database.tid, entryOf(database, key));
+    return look(database, entryOf(database, key), fap);
+  }
+  std::optional<Entry> look(Database const& database, Entry const& entry, unsigned fap = 0) const {
+    return chip->lookUp(fap, database.physicalTable, database.tid, entry);
   }
   bool has(Database const& database, std::uint64_t key) const { return look(database, key).has_value(); }
   std::uint64_t resultOf(Database const& database, std::uint64_t key) const {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <random>
 #include <thread>
 
@@ -72,11 +73,42 @@ struct ExactMatchThreads : ExactMatchRig {
   std::atomic<unsigned> torn = 0;
 };
 
+// One key only, so that look-ups fall into its changes.
 TEST_F(ExactMatchThreads, AKeyThatIsUpdatedIsNeverMissingNorTorn) {
-  writeGood(kVsiToVni, 0);
-  watch(kVsiToVni, false);
-  watch(kVsiToVni, false);
-  during(200, [this](unsigned number) { writeGood(kVsiToVni, number); });
+  constexpr std::uint64_t kGenerations = 64;
+  std::vector<Entry> generations;
+  std::vector<Sluice::schan_xmsg_user_> messages;
+  for (std::uint64_t number = 0; number < kGenerations; ++number) {
+    generations.push_back(entryFor(kVsiToVni, 5, number));
+    messages.push_back(messageOf(kVsiToVni, generations.back()));
+  }
+  answerTo(*chip, messages[0]);
+  std::atomic<unsigned> seenToChange = 0;
+  for (unsigned watcher = 0; watcher < 2; ++watcher) {
+    threads.emplace_back([&] {
+      std::uint64_t before = 0;
+      while (!stopped.load(std::memory_order_relaxed)) {
+        auto const entry = look(kVsiToVni, generations[0]);
+        if (!entry) {
+          ++missing;
+          continue;
+        }
+        std::uint64_t words[3];
+        std::memcpy(words, entry->data(), sizeof words);
+        std::uint64_t const generation = words[1] >> (86 - 64) & 0x1FFF;
+        if (generation >= kGenerations || *entry != generations[generation]) ++torn;
+        if (generation != before) ++seenToChange;
+        before = generation;
+      }
+    });
+  }
+  auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (seenToChange.load() < 20000 && std::chrono::steady_clock::now() < end)
+    for (Sluice::schan_xmsg_user_ const& message : messages) answerTo(*chip, message);
+  stop();
+  EXPECT_EQ(missing.load(), 0U);
+  EXPECT_EQ(torn.load(), 0U);
+  EXPECT_GT(seenToChange.load(), 0U);
 }
 
 TEST_F(ExactMatchThreads, KeysThatComeAndGoDisturbNoOther) {
