@@ -3,7 +3,7 @@
 row that it finds with the operations that wrote it. Prints a line a round. Ends at SIGTERM; exits 1 where a
 row was wrong.
 
-Usage: examples/leaf_watch.py HWTABLES leaf-switch.jsonl
+Usage: examples/leaf_watch.py HWTABLES OPERATIONS...
 """
 
 import json
@@ -12,13 +12,14 @@ import subprocess
 import sys
 
 
-def expected_rows(path):
+def expected_rows(paths):
     """By table, FAP and key, the fields that were given."""
     rows = {}
-    with open(path, encoding="utf-8") as file:
-        for line in file:
-            given = json.loads(line)
-            rows.setdefault(given["table"], {})[given.get("fap"), str(given["key"])] = given["fields"]
+    for path in paths:
+        with open(path, encoding="utf-8") as file:
+            for line in file:
+                given = json.loads(line)
+                rows.setdefault(given["table"], {})[given.get("fap"), str(given["key"])] = given["fields"]
     return rows
 
 
@@ -54,9 +55,9 @@ def read_round(hwtables, expected):
 
 
 def main():
-    hwtables, path = sys.argv[1:]
+    hwtables, *paths = sys.argv[1:]
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
-    expected = expected_rows(path)
+    expected = expected_rows(paths)
     while True:
         rows, wrong = read_round(hwtables, expected)
         verdict = f"WRONG: {wrong[0]}" if wrong else "each as it was written"

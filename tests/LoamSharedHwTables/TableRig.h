@@ -49,6 +49,8 @@ struct RigOptions {
   std::size_t bufSize = 4096;
   std::size_t buffers = 64;
   bool writing = true;  // with a table writer
+  std::uint32_t exactMatchEntries = 262144;
+  unsigned candidates = 2;
 };
 
 class TableRig {
@@ -59,7 +61,8 @@ class TableRig {
     ::setenv("HWTABLES_ROOT", root.path().c_str(), 1);
     pool = Dovel::ptrIsImpl<DmaMemPoolManager::LocalMemPool>("test", options.bufSize, options.buffers,
                                                              std::uint64_t{0x10000});
-    chip = Dovel::ptrIsImpl<Chip::SoftwareChip>(Chip::SoftwareChip::Options{options.faps, ""});
+    chip = Dovel::ptrIsImpl<Chip::SoftwareChip>(
+        Chip::SoftwareChip::Options{options.faps, "", options.exactMatchEntries, options.candidates});
     chip->dmaPoolIs(pool);
     channel = Dovel::ptrIsImpl<Chip::SchanChannel>(chip);
     manager = Dovel::ptrIsImpl<LoamAsicUtils::TableManager>(
