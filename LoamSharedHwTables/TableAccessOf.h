@@ -48,7 +48,8 @@ class TableAccessOf final : public LoamAsicUtils::TableAccess {
   std::vector<std::uint64_t> keyMembers(KeyImage const& image) const override {
     EntryKey const key = keyIn(image);
     std::vector<std::uint64_t> members;
-    std::apply([&](auto const&... member) { (members.push_back(Orlo::numberOf(member)), ...); }, EntryKey::members(key));
+    std::apply([&](auto const&... member) { (members.push_back(Orlo::numberOf(member)), ...); },
+               EntryKey::members(key));
     return members;
   }
   KeyImage keyOfData([[maybe_unused]] std::span<std::uint8_t const> data) const override {

@@ -3,16 +3,12 @@
 // without the table, a plain memcpy of the same bytes. Table: SmallBbHwDirect, 16,384 rows of 64 bytes.
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "LoamSharedHwTables/Qumran3a/SmallBbHwDirect.h"
-#include "bench/store/Directory.h"
-#include "platform/chip/SchanChannel.h"
-#include "platform/chip/SoftwareChip.h"
-#include "platform/switch/LoamAsicUtils/TableWriter.h"
+#include "bench/table/TableSwitch.h"
 
 namespace {
 
@@ -22,8 +18,7 @@ using EntryKey = Table::EntryKey;
 
 constexpr std::uint32_t kRows = 16384;
 constexpr std::uint32_t kRowBytes = 64;
-constexpr Hardware::Loam::FapRevision kRevision(Hardware::Loam::FapRevMajor::majorQumran3aA0);
-constexpr LoamAsicUtils::HwShadowKey kShared(Sluice::FapId::null(), 0);
+using TableBench::kShared;
 
 EntryKey keyOf(std::uint32_t row) { return {static_cast<std::uint8_t>(row / 1024), row % 1024}; }
 
@@ -43,35 +38,15 @@ std::vector<Entry> const& entries() {
   return made;
 }
 
-// The table with one FAP over a chip, in a root of stores of its own.
-struct Switch {
-  explicit Switch(bool writing, bool full) {
-    ::setenv("HWTABLES_ROOT", directory.path().c_str(), 1);
-    pool = DmaMemPoolManager::localMemPoolFactory("bench");
-    chip = Dovel::ptrIsImpl<Chip::SoftwareChip>(Chip::SoftwareChip::Options{});
-    chip->dmaPoolIs(pool);
-    channel = Dovel::ptrIsImpl<Chip::SchanChannel>(chip);
-    auto const entities = Dovel::ptrIsImpl<Statebase::EntityManager>(Dovel::String(directory.path()), false);
-    manager = Dovel::ptrIsImpl<LoamAsicUtils::TableManager>(nullptr, nullptr, entities, pool);
-    if (writing) writer = Dovel::ptrIsImpl<LoamAsicUtils::TableWriter>(manager, channel);
-    LoamAsicUtils::HwTableKey const key(Table::tableName(), kRevision);
-    table = Table::SmallBbHwDirectIs(Table::tableName(), key, manager);
-    table->processFapIdAdd(Dovel::ptrIsImpl<Hardware::Loam::FapControlData>(0, kRevision));
+struct Switch : TableBench::TableSwitch<Table> {
+  Switch(bool writing, bool full) : TableSwitch(writing) {
     if (full) setAll();
     if (writing) writer->flush();
   }
-  ~Switch() {
-    writer = nullptr;
-    table->processFapIdDel(0);
-    ::unsetenv("HWTABLES_ROOT");
-  }
-  Switch(Switch const&) = delete;
-  Switch& operator=(Switch const&) = delete;
 
   void setAll() {
     for (Entry const& entry : entries()) table->setEntry(kShared, entry);
   }
-  auto& storage() { return *table->shadow(kShared)->entryStorage(); }
   bool chipHasAll() {
     std::uint32_t row[kRowBytes / 4];
     for (Entry const& entry : entries()) {
@@ -82,20 +57,11 @@ struct Switch {
     }
     return true;
   }
-
-  StoreBench::Directory directory;
-  Dovel::Ptr<DmaMemPoolManager::DmaMemPoolManager> pool;
-  Dovel::Ptr<Chip::SoftwareChip> chip;
-  Dovel::Ptr<Chip::SchanChannel> channel;
-  Dovel::Ptr<LoamAsicUtils::TableManager> manager;
-  Dovel::Ptr<LoamAsicUtils::TableWriter> writer;
-  Dovel::Ptr<Table> table;
 };
 
 void done(benchmark::State& state, Switch& with) {
   state.SetItemsProcessed(state.iterations() * kRows);
-  if (with.storage().entryCollMap().interface().members() != kRows)
-    state.SkipWithError("entries are missing");
+  if (with.stored() != kRows) state.SkipWithError("entries are missing");
 }
 
 void setExisting(benchmark::State& state) {

@@ -154,7 +154,8 @@ class FaultRuns {
           return;
         }
         bool const wasFull = isFull(shadow, stored.entryKey(), fap);
-        EXPECT_TRUE(wasFull) << T::tableName() << " FAP " << fap << " lacks " << valueToStrep(stored.entryKey());
+        EXPECT_TRUE(wasFull) << T::tableName() << " FAP " << fap << " lacks "
+                             << valueToStrep(stored.entryKey());
         ++full_;
         ++digest_;
       });

@@ -70,11 +70,12 @@ class ExportsTest(unittest.TestCase):
         for table in self.exact_match:
             command = f"{table.namespace}::{table.write_command}"
             self.assertIn(f"{table.type_name}::{table.name}Is{EXACT_MATCH_ARGUMENTS}", self.exported)
-            self.assertIn(f"{command}::{table.write_command}Is{write_command_arguments(table)}", self.exported)
+            self.assertIn(f"{command}::{table.write_command}Is{write_command_arguments(table)}",
+                          self.exported)
             self.assertIn(f"{table.type_name}FlushTable::{table.name}FlushTableIs{FLUSH_TABLE_ARGUMENTS}",
                           self.exported)
-            self.assertIn(f"{table.type_name}FlushEntity::{table.name}FlushEntityIs(Dovel::Impl::StrB const&)",
-                          self.exported)
+            entity = f"{table.type_name}FlushEntity::{table.name}FlushEntityIs"
+            self.assertIn(f"{entity}(Dovel::Impl::StrB const&)", self.exported)
 
     def test_flush_tables_have_the_factory_of_their_registry(self):
         for table in self.exact_match:
