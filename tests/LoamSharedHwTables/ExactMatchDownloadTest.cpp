@@ -109,7 +109,7 @@ TEST_F(ExactMatchDownload, GoesByEntriesAndSaysSoWhereTheEnvironmentAsksForIt) {
     EXPECT_TRUE(failures[0].entries.empty());
     // The table then makes a command for every key.
     auto const cmds = table.download(kFapType, maskOf({0}));
-    EXPECT_EQ(countOf(cmds), 3U);
+    ASSERT_EQ(countOf(cmds), 3U);
     while (auto const cmd = cmds->cmdDeq()) EXPECT_EQ(cmd->bulkTransferCount(), 0U);
   }
   ::unsetenv("SIMULATE_ENTRY_BY_ENTRY_DOWNLOAD");
@@ -163,6 +163,17 @@ TEST_F(ExactMatchDownload, SendsTheKeysOfAFailedBufferOnceMoreEachByItself) {
   EXPECT_EQ(rig.writer->dirtyKeys(), 0U);
   EXPECT_TRUE(rig.writer->refusals(shadow()).empty());
   EXPECT_EQ(resultsOnChip(rig, table, 0).size(), 3U);
+}
+
+TEST_F(ExactMatchDownload, TriesRefusedKeysAgainAndForgetsTheRefusal) {
+  rig.chip->faults().faultIs({.status = Sluice::SchanStatus::bucketFull});
+  table.setEntry(kShared, numberedEntry<MplsIsemHwEm>(1, 1));
+  rig.writer->flush();
+  EXPECT_EQ(rig.writer->refusals(shadow()).size(), 1U);
+  EXPECT_TRUE(resultsOnChip(rig, table, 0).empty());
+  EXPECT_TRUE(rig.writer->download(table, maskOf({0})).ok());
+  EXPECT_TRUE(rig.writer->refusals(shadow()).empty());
+  EXPECT_EQ(resultsOnChip(rig, table, 0).size(), 1U);
 }
 
 TEST_F(ExactMatchDownload, FailsTheProgramForABufferThatIsNone) {

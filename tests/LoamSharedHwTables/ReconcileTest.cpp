@@ -147,6 +147,8 @@ TEST_F(Reconcile, AKeyThatFailsWhereThereWasNoBufferIsSentAgain) {
   refuse(1, SchanStatus::badDatabase);
   step();
   EXPECT_EQ(state(), MarkSweepState::sweeping);
+  step();
+  EXPECT_EQ(onChip(), 10U);
 }
 
 TEST_F(Reconcile, APassThatFailsIsTriedAgainTwice) {
