@@ -12,27 +12,21 @@ namespace LoamSharedHwTables {
 template <class Unit>
 class ExactMatchShadow;
 
-template <class Shadow>
-inline constexpr bool kIsExactMatchShadow = false;
-template <class Unit>
-inline constexpr bool kIsExactMatchShadow<ExactMatchShadow<Unit>> = true;
-template <class Unit>
-inline constexpr bool kIsExactMatchShadow<ExactMatchShadow<Unit> const> = true;
-
 }  // namespace LoamSharedHwTables
 
 namespace LoamAsicUtils {
 
-template <class Shadow>
-  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
-class ShadowAccessor<Shadow> : public ShadowAccessorBase<Shadow> {
+template <class Unit>
+class ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>
+    : public ShadowAccessorBase<LoamSharedHwTables::ExactMatchShadow<Unit> const> {
+  using Shadow = LoamSharedHwTables::ExactMatchShadow<Unit> const;
   using Base = ShadowAccessorBase<Shadow>;
   using Base::_defaultTraceHandle;
   using Base::shadow_;
   using Base::storage;
   using Cmds = Dovel::Ptr<Sluice::SchanCmds>;
   using Buffer = Dovel::Ptr<DmaMemPoolManager::DmaMemPoolBuffer>;
-  using Traits = typename Shadow::Traits;
+  using Traits = typename Unit::Traits;
 
  public:
   explicit ShadowAccessor(Shadow* shadow) : Base(shadow) {}
@@ -79,11 +73,11 @@ class ShadowAccessor<Shadow> : public ShadowAccessorBase<Shadow> {
   bool put(Entry const& entry, Buffer& buffer, std::uint32_t& count, std::uint32_t& capacity) const;
 };
 
-template <class Shadow>
-  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+template <class Unit>
 template <class Entry, class EntryKey, bool, int tableType>
-typename ShadowAccessor<Shadow>::Cmds ShadowAccessor<Shadow>::downloadWorkerKeyBasedFullMdbExactMatch(
-    Hardware::Loam::FapRevision const& fapRevision, Sluice::Fapmask const& fapmask, bool isDelete) const {
+auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::
+    downloadWorkerKeyBasedFullMdbExactMatch(Hardware::Loam::FapRevision const& fapRevision,
+                                            Sluice::Fapmask const& fapmask, bool isDelete) const -> Cmds {
   if (std::getenv("SIMULATE_ENTRY_BY_ENTRY_DOWNLOAD") != nullptr) {
     shadow_.reportBulkDownloadFailure(shadow_.hwShadowKey());
     return nullptr;
@@ -121,11 +115,11 @@ typename ShadowAccessor<Shadow>::Cmds ShadowAccessor<Shadow>::downloadWorkerKeyB
   return result;
 }
 
-template <class Shadow>
-  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+template <class Unit>
 template <class Entry>
-bool ShadowAccessor<Shadow>::put(Entry const& entry, Buffer& buffer, std::uint32_t& count,
-                                 std::uint32_t& capacity) const {
+bool ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::put(Entry const& entry, Buffer& buffer,
+                                                                           std::uint32_t& count,
+                                                                           std::uint32_t& capacity) const {
   if (buffer == nullptr || !buffer->valid()) {
     Buffer const fresh = DmaMemPoolManager::dmaMemPoolBufferFactory(shadow_.dmaMemPoolManager());
     if (!fresh->valid() || fresh->bufSize() < Entry::kDataBytes) return false;
@@ -145,12 +139,11 @@ bool ShadowAccessor<Shadow>::put(Entry const& entry, Buffer& buffer, std::uint32
   return true;
 }
 
-template <class Shadow>
-  requires LoamSharedHwTables::kIsExactMatchShadow<Shadow>
+template <class Unit>
 template <class Entry, int tableType>
-typename ShadowAccessor<Shadow>::Cmds ShadowAccessor<Shadow>::enqueueBulkCmd(
+auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::enqueueBulkCmd(
     Sluice::Fapmask const& fapmask, Buffer const& buffer, std::uint32_t entries, std::uint8_t /*firstArray*/,
-    std::uint32_t /*firstEntry*/) const {
+    std::uint32_t /*firstEntry*/) const -> Cmds {
   if (buffer == nullptr) {
     Dovel::fmassert("ShadowAccessor", __FILE__, __func__, __LINE__, "{}: {}", "dmaMemPoolBuffer",
                     "Invalid dmaMemPoolBuffer");
