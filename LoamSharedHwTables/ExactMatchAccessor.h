@@ -68,9 +68,20 @@ class ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>
                       std::uint8_t firstArray, std::uint32_t firstEntry) const;
 
  private:
-  // True where the entry is in the buffer; where no buffer was to be had, false.
+  // A buffer that is being filled, and the next place in it.
+  struct Filling {
+    Buffer buffer;
+    unsigned char* at = nullptr;
+    std::uint32_t count = 0;
+    std::uint32_t capacity = 0;
+  };
+  // False where no buffer is to be had.
   template <class Entry>
-  bool put(Entry const& entry, Buffer& buffer, std::uint32_t& count, std::uint32_t& capacity) const;
+  bool begin(Filling& filling) const;
+  template <class Entry, int tableType>
+  Cmds end(Filling& filling, Sluice::Fapmask const& fapmask) const;
+  template <class Entry>
+  [[gnu::noinline]] void traceEntry(Entry const& entry) const;
 };
 
 template <class Unit>
@@ -86,57 +97,66 @@ auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::
   DOVEL_TRACE(_defaultTraceHandle(), 3, "ShadowAccessor", " Processing all keys in shadow: {}",
               shadow_.hwShadowKey());
   std::uint32_t const command = isDelete ? emCommandDelete : emCommandWrite;
-  Buffer buffer;
-  std::uint32_t count = 0;
-  std::uint32_t capacity = 0;
+  bool const tracing = _defaultTraceHandle().isOn(8) || Traits::_defaultTraceHandle().isOn(9);
+  Filling filling;
   storage().entryCollForEach([&](Entry const& stored) {
-    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} entryKey: {}",
-                shadow_.hwShadowKey(), stored.entryKey());
     Entry entry = stored;
     entry.commandIs(command);
-    LoamSharedHwTables::traceImage<Traits>("ShadowAccessor", entry);
-    if (!put(entry, buffer, count, capacity)) {
+    if (tracing) [[unlikely]]
+      traceEntry(entry);
+    if (filling.buffer == nullptr && !begin<Entry>(filling)) [[unlikely]] {
       result->cmdsEnq(
           *shadow_.schanCmds(fapmask, fapRevision, EntryKey(entry.entryKey()), isDelete, nullptr));
       return;
     }
-    if (count < capacity) return;
+    std::memcpy(filling.at, entry.dataBytes().data(), Entry::kDataBytes);
+    filling.at += Entry::kDataBytes;
+    if (++filling.count < filling.capacity) return;
     DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} queued {} in bulk",
-                shadow_.hwShadowKey(), count);
-    result->cmdsEnq(*enqueueBulkCmd<Entry, tableType>(fapmask, buffer, count, 0, 0));
-    buffer = nullptr;
-    count = 0;
+                shadow_.hwShadowKey(), filling.count);
+    result->cmdsEnq(*end<Entry, tableType>(filling, fapmask));
   });
-  if (count != 0) {
+  if (filling.count != 0) {
     DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} enqueued {} in bulk",
-                shadow_.hwShadowKey(), count);
-    result->cmdsEnq(*enqueueBulkCmd<Entry, tableType>(fapmask, buffer, count, 0, 0));
+                shadow_.hwShadowKey(), filling.count);
+    result->cmdsEnq(*end<Entry, tableType>(filling, fapmask));
   }
   return result;
 }
 
 template <class Unit>
 template <class Entry>
-bool ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::put(Entry const& entry, Buffer& buffer,
-                                                                           std::uint32_t& count,
-                                                                           std::uint32_t& capacity) const {
-  if (buffer == nullptr || !buffer->valid()) {
-    Buffer const fresh = DmaMemPoolManager::dmaMemPoolBufferFactory(shadow_.dmaMemPoolManager());
-    if (!fresh->valid() || fresh->bufSize() < Entry::kDataBytes) return false;
-    buffer = fresh;
-    DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "dmaMemPoolBuffer: {}, dmaAddrInfo: {}",
-                buffer->name(), buffer->dmaAddrInfo());
-    capacity = static_cast<std::uint32_t>(buffer->bufSize() / Entry::kDataBytes);
-    count = 0;
-  }
-  std::memcpy(buffer->vaCursor(), entry.dataBytes().data(), Entry::kDataBytes);
-  if (_defaultTraceHandle().isOn(9)) [[unlikely]] {
-    for (std::uint8_t const byte : entry.dataBytes())
-      DOVEL_TRACE(_defaultTraceHandle(), 9, "ShadowAccessor", "data at i {} ", byte);
-  }
-  buffer->incVaCursor(Entry::kDataBytes);
-  ++count;
+void ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::traceEntry(Entry const& entry) const {
+  DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", " shadowKey: {} entryKey: {}",
+              shadow_.hwShadowKey(), entry.entryKey());
+  LoamSharedHwTables::traceImage<Traits>("ShadowAccessor", entry);
+  for (std::uint8_t const byte : entry.dataBytes())
+    DOVEL_TRACE(_defaultTraceHandle(), 9, "ShadowAccessor", "data at i {} ", byte);
+}
+
+template <class Unit>
+template <class Entry>
+bool ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::begin(Filling& filling) const {
+  Buffer const fresh = DmaMemPoolManager::dmaMemPoolBufferFactory(shadow_.dmaMemPoolManager());
+  if (!fresh->valid() || fresh->bufSize() < Entry::kDataBytes) return false;
+  DOVEL_TRACE(_defaultTraceHandle(), 8, "ShadowAccessor", "dmaMemPoolBuffer: {}, dmaAddrInfo: {}",
+              fresh->name(), fresh->dmaAddrInfo());
+  filling = {.buffer = fresh,
+             .at = fresh->vaCursor(),
+             .count = 0,
+             .capacity = static_cast<std::uint32_t>(fresh->bufSize() / Entry::kDataBytes)};
   return true;
+}
+
+// The buffer is the command's from then on.
+template <class Unit>
+template <class Entry, int tableType>
+auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::end(
+    Filling& filling, Sluice::Fapmask const& fapmask) const -> Cmds {
+  filling.buffer->incVaCursor(std::uint64_t{filling.count} * Entry::kDataBytes);
+  Cmds const cmds = enqueueBulkCmd<Entry, tableType>(fapmask, filling.buffer, filling.count, 0, 0);
+  filling = {};
+  return cmds;
 }
 
 template <class Unit>
