@@ -130,15 +130,17 @@ std::vector<std::string> summaryLines(ControlPlane const& plane, std::chrono::na
 std::vector<std::string> refusalLines(ControlPlane const& plane) {
   std::vector<std::string> lines;
   std::size_t more = 0;
-  forEachRefusal(plane, [&](LiveTable const& live, std::vector<std::uint64_t> const& key,
-                            Refusal const& refusal) {
-    if (lines.size() == kRefusalsTold) {
-      ++more;
-      return;
-    }
-    lines.push_back(fmt::format("not on the chip: {} {} of FAPs {}: {}", live.name(),
-                                keyText(*live.description, key), refusal.fapmask, reasonOf(refusal.status)));
-  });
+  forEachRefusal(
+      plane, [&](LiveTable const& live, std::vector<std::uint64_t> const& key, Refusal const& refusal) {
+        if (lines.size() == kRefusalsTold) {
+          ++more;
+          return;
+        }
+        bool const answered = refusal.status != Sluice::SchanStatus::noResponse;
+        lines.push_back(fmt::format("{}: {} {} by FAPs {}{}{}", answered ? "refused" : "unanswered",
+                                    live.name(), keyText(*live.description, key), refusal.fapmask,
+                                    answered ? ": " : "", answered ? reasonOf(refusal.status) : ""));
+      });
   if (more != 0) lines.push_back(fmt::format("and {} more, which --json tells", more));
   return lines;
 }
