@@ -53,12 +53,14 @@ std::string differences(BadRow const& row) {
       text += fmt::format("{} {} is {}, not {}", text.empty() ? ":" : ";", field->name, valueText(found),
                           valueText(wanted));
   }
+  if (text.empty() && !row.found.empty()) text = ": in bits that no field has";
   return text;
 }
 
 std::string badRowText(BadRow const& row) {
-  return fmt::format("  {}: FAP {} {} {} {}{}", nameOf(row.state), row.fap, row.table->name(), row.memory,
-                     keyText(*row.table->description, row.key), differences(row));
+  std::string const key = row.key.empty() ? "" : " " + keyText(*row.table->description, row.key);
+  return fmt::format("  {}: FAP {} {} {}{}{}", nameOf(row.state), row.fap, row.table->name(), row.memory, key,
+                     differences(row));
 }
 
 Json countsJson(Verdict const& verdict) {

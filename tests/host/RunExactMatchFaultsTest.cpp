@@ -274,6 +274,24 @@ TEST_F(RunExactMatchFaults, TableThatCantBeReadIsUnread) {
   EXPECT_EQ(verdicts[1]["clean"], true);
 }
 
+TEST_F(RunExactMatchFaults, EmptyTableThatCantBeReadIsOneUnreadRowWithoutAKey) {
+  std::vector<std::string> const operations{fault(R"("kind":"loseAnswer")"), kVerify};
+  RunEvents const events = place_.events(operations);
+  EXPECT_EQ(events.exitCode, 4);
+  EXPECT_EQ(events.one("verify")["counts"]["unread"], 1);
+  EXPECT_EQ(events.one("verify")["bad"][0]["key"], RunJson::object());
+  EXPECT_THAT(place_.run(operations).out, HasSubstr("\n  unread: FAP 0 MplsIsemHwEm MDBK_ISEM\n"));
+}
+
+TEST_F(RunExactMatchFaults, DifferenceInBitsOfNoFieldIsToldAsSuch) {
+  Outcome const outcome = place_.run({fault(R"("kind":"flipBit","bit":40)"), kMplsTable.set(5, 5), kVerify});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(
+      outcome.out,
+      HasSubstr(
+          "\n  different: FAP 0 MplsIsemHwEm MDBK_ISEM mplsLabel:5,mplsBos:1: in bits that no field has\n"));
+}
+
 TEST_F(RunExactMatchFaults, DownloadGoesKeyByKeyWhereThereIsNoBuffer) {
   RunEvents const events =
       place_.events(joined({kMplsTable.rows(0, 5),
