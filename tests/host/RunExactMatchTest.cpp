@@ -178,6 +178,28 @@ TEST_F(RunExactMatchTables, DumpsTellKeyAndResultOnce) {
             "FAP 0 cVid:7,esemNameSpace:2,fodo:70000 vlanEditVid1:6 resultType:9 vmv:1 appId:4\n");
 }
 
+TEST_F(RunExactMatchTables, AreReadByOtherProcessesWhileTheyAreReconciled) {
+  GoingRun run(place_, {"--chip", place_.chips(), "--serve"});
+  for (std::string const& row : kMplsTable.rows(0, 300)) run.write(row);
+  run.write(R"({"op":"flush"})");
+  run.write(R"({"op":"chip-fault","kind":"slowPass","after":500000})");
+  run.write(kMplsTable.op("get", 299));
+  ASSERT_TRUE(run.waitFor("MplsIsemHwEm mplsLabel:299,mplsBos:1: "));
+  run.write(kMplsTable.on("reconcile"));
+  EXPECT_THAT(place_.command("table list").out,
+              testing::ContainsRegex("\nMplsIsemHwEm +Qumran3aA0 +all +300  pid " +
+                                     std::to_string(run.pid()) + "\n"));
+  EXPECT_EQ(place_.command("table get MplsIsemHwEm mplsLabel:7,mplsBos:1").out,
+            "mplsLabel:7,mplsBos:1 inLif:7 vmv:1 entryType:1\n");
+  Outcome const dump = place_.command("table dump MplsIsemHwEm");
+  EXPECT_EQ(std::ranges::count(dump.out, '\n'), 300);
+  // What other processes read is the store, in which nothing is ever marked.
+  EXPECT_THAT(dump.out, testing::Not(HasSubstr("sweepBit")));
+  run.endInput();
+  ASSERT_TRUE(run.waitFor("serving as pid"));
+  EXPECT_THAT(run.out(), HasSubstr("\nreconcile: 1 table is reconciled, 0 stale entries removed\n"));
+}
+
 TEST_F(RunExactMatchTables, ReconcileTellsWhatItHasRemoved) {
   Outcome const outcome =
       place_.run(joined({rowsOfAllTables(0, 3),
