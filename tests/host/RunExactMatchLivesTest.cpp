@@ -62,13 +62,20 @@ class EntryWatch {
     ::munmap(start_, bytes_);
   }
 
-  // Good entries that it has found of each table; other ones; and those that it hasn't missed since.
+  // How many good entries of each table it has found when it was made, and how many other ones.
   std::array<unsigned, kTables> good() const { return good_; }
   std::array<unsigned, kTables> stale() const { return stale_; }
   unsigned missingNow() const {
     unsigned missing = 0;
     for (auto const& [at, key] : places_) missing += isMissing(at, key) ? 1U : 0U;
     return missing;
+  }
+
+  // Good labels that bear the mark of a reconciliation.
+  std::ptrdiff_t markedLabels() const {
+    return std::ranges::count_if(places_, [this](auto const& place) {
+      return place.second.table == 0 && word(place.first + 8) >> kLabelSweepBit != 0;
+    });
   }
 
   // Looks on until end(), in a thread of its own.
@@ -91,6 +98,7 @@ class EntryWatch {
   static constexpr std::size_t kSlotsAt = 2023424;
   static constexpr std::size_t kSlotBytes = 32;
   static constexpr std::size_t kPhysicalBytes = 262144 * kSlotBytes;
+  static constexpr unsigned kLabelSweepBit = 63;
   static constexpr std::uint64_t kHolds = 1;
   static constexpr std::uint64_t kChanging = 2;
 
@@ -110,13 +118,14 @@ class EntryWatch {
         std::uint64_t const key = word(at + 8) & keyMask(in);
         bool const isGood = key >> in.numberBit < kGood;
         ++(isGood ? good_ : stale_)[table];
-        if (isGood) places_[at] = {key, keyMask(in)};
+        if (isGood) places_[at] = {key, keyMask(in), table};
       }
     }
   }
   struct Key {
     std::uint64_t bits;
     std::uint64_t mask;
+    std::size_t table;
   };
   // An entry that is being changed is looked up again, as the chip does.
   bool isMissing(std::size_t at, Key const& key) const {
@@ -208,12 +217,13 @@ TEST_F(RunExactMatchLives, RunThatIsKilledInAReconciliationIsMadeGoodByTheNext) 
   {
     GoingRun run(place_, {"--chip", place_.chips(), "--serve"});
     for (std::string const& operation : rowsOfAllTables(0, kGood)) run.write(operation);
-    // Nearly a second for each pause of the mark, of which there are one or two.
+    // The first pass marks labels, and pauses when it has marked 256 of them.
     run.write(R"({"op":"chip-fault","kind":"slowPass","after":900000})");
     run.write(kMplsTable.op("get", 0));
     ASSERT_TRUE(run.waitFor("MplsIsemHwEm mplsLabel:0,mplsBos:1: "));
     run.write(kSyncDone);
-    ::usleep(300000);
+    EntryWatch const watch(place_);
+    while (watch.markedLabels() == 0) std::this_thread::yield();
     run.signal(SIGKILL);
     EXPECT_EQ(run.wait(), 128 + SIGKILL);
     EXPECT_THAT(run.out(), testing::Not(testing::HasSubstr("sync-done:")));
