@@ -57,6 +57,24 @@ void refuseRows(ControlPlane& plane, Json const& given, LiveTable const* table) 
       static_cast<std::uint32_t>(orElse(given, "rows", 1, {1, memory.rowCount()})), statusOf(given));
 }
 
+// One key of an exact-match table.
+void refuseKey(ControlPlane& plane, Json const& given, LiveTable const* live) {
+  if (live == nullptr || !given.contains("key")) throw InputError("chip-fault: table or key is missing");
+  if (!live->isExactMatch()) {
+    throw InputError(fmt::format(
+        "chip-fault: {}: only keys of exact-match tables are refused; refuseRows does it for others",
+        live->name()));
+  }
+  auto const key = live->access().keyOf(keyMembersOf(*live->description, given["key"]));
+  auto const shadows = plane.shadows(*live, Sluice::FapId::null());
+  auto const row = live->access().getEntry(*live->table, shadows.front(), key);
+  auto const database = Dovel::ptrDynamicCast<LoamAsicUtils::BcmEmTableInfo>(
+      live->table->bcmGroupAddrInfo()->memories().front());
+  plane.chip().faults().refusedKeyIs(database->physicalTableId(),
+                                     Chip::ExactMatchEntry::of(std::as_bytes(std::span(row.data)).data()),
+                                     statusOf(given));
+}
+
 // How often, and by which numbers.
 struct Chance {
   std::uint64_t seed;
@@ -98,6 +116,7 @@ std::vector<ChipFaultKind> const& chipFaultKinds() {
        "the nth pass over an exact-match database does half of its work and answers with the status"},
       {"slowPass", "the nth pass pauses `after` microseconds after every 256 entries that it works on"},
       {"refuseRows", "all that touches these rows of the table's first memory is refused, on every FAP"},
+      {"refuseKey", "all that writes or deletes this key of the exact-match table is refused, on every FAP"},
       {"refuseByChance", "each command is refused with the probability, by the seed"},
       {"loseByChance", "each command is done and never answered with the probability, by the seed"},
       {"lateByChance", "each command is done and answered up to `after` commands later with the probability"},
@@ -117,6 +136,7 @@ void setChipFault(ControlPlane& plane, Json const& given, Sluice::FapId fap, Liv
   if (kind == "failPass") return oneFault(plane, given, fap, ChipFault::Kind::failPass);
   if (kind == "slowPass") return oneFault(plane, given, fap, ChipFault::Kind::slowPass);
   if (kind == "refuseRows") return refuseRows(plane, given, table);
+  if (kind == "refuseKey") return refuseKey(plane, given, table);
   if (kind == "refuseByChance") return refuseByChance(plane, given);
   if (kind == "loseByChance") return loseByChance(plane, given);
   if (kind == "lateByChance") return lateByChance(plane, given);

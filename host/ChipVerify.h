@@ -34,7 +34,7 @@ struct BadRow {
   Sluice::FapId fap;
   LiveTable const* table;
   std::string_view memory;
-  std::vector<std::uint64_t> key;  // members
+  std::vector<std::uint64_t> key;  // members; none where all of a table can't be read and nothing is stored
   std::uint32_t view;
   std::vector<std::uint8_t> wanted;  // empty where nothing is
   std::vector<std::uint8_t> found;   // empty where there is nothing, or it couldn't be read

@@ -59,7 +59,7 @@ class ControlPlane {
   // How an exact-match table was brought back in step with its shadow.
   struct Reconciliation {
     LiveTable const* table;
-    bool done;              // else it has failed, and nothing was swept out
+    bool done;              // else it has failed on its way
     std::uint64_t removed;  // stale entries
     Sluice::SendOutcome sent;
   };

@@ -57,6 +57,7 @@ class EntryComparison {
     if (verdict_.bad.size() != before) return;
     ++verdict_.rows;
     add(RowState::unread, KeyImage(), {}, {});
+    verdict_.bad.back().key.clear();
   }
 
   // With the fields that don't count as they are wanted.

@@ -130,24 +130,41 @@ bool overlap(FieldDescription const& a, FieldDescription const& b) {
   return a.low <= b.high && b.low <= a.high;
 }
 
+// What of an exact-match entry isn't an agent's to set, and whose it is.
+std::string_view ownerOf(std::string_view field) {
+  static constexpr std::pair<std::string_view, std::string_view> kReserved[] = {
+      {"key", "the operation's key gives it"},
+      {"command", "the table's commands give it"},
+      {"sweepBit", "reconciling gives it"},
+      {"vmv", "reconciling finds entries by it"},
+      {"entryType", "all entries of the table have the same"},
+      {"appId", "all entries of the table have the same"},
+      {"tid", "all entries of the table have the same"},
+      {"wayIndex", "the chip gives it"},
+      {"prefixNum", "the chip gives it"},
+      {"address", "the chip gives it"},
+      {"hits", "the chip gives it"},
+      {"found", "the chip gives it"}};
+  auto const* const found = std::ranges::find(kReserved, field, [](auto const& one) { return one.first; });
+  return found == std::end(kReserved) ? std::string_view() : found->second;
+}
+
 // Of an exact-match entry an agent gives the result and nothing else: the key stands apart, and with another
 // command, mark, format or database the chip would keep the entry where reconciling doesn't find it.
 void checkSettable(TableDescription const& table, FieldDescription const& field, Bits const& bits) {
   if (table.family != LoamAsicUtils::TableFamily::exactMatch) return;
+  std::string_view const owner = ownerOf(field.name);
+  if (!owner.empty())
+    throw InputError(fmt::format("{}: field {}: not to be set: {}", table.name, field.name, owner));
   for (FieldDescription const& reserved : table.fields) {
-    static constexpr std::string_view kReserved[] = {"key",       "command", "sweepBit", "vmv",
-                                                     "entryType", "appId",   "wayIndex", "prefixNum",
-                                                     "address",   "hits",    "found",    "tid"};
-    if (std::ranges::find(kReserved, reserved.name) == std::end(kReserved) || !overlap(field, reserved))
-      continue;
-    bool const isPayload = field.name == "payload" && reserved.name == "sweepBit";
-    if (isPayload && (bits.front() & 1) == 0) continue;
-    if (isPayload)
+    if (ownerOf(reserved.name).empty() || !overlap(field, reserved)) continue;
+    if (field.name == "payload" && reserved.name == "sweepBit") {
+      if ((bits.front() & 1) == 0) continue;
       throw InputError(
           fmt::format("{}: field payload: its bit 0 is the sweepBit, which is 0 in what is set", table.name));
+    }
     throw InputError(
-        fmt::format("{}: field {}: not to be set{}", table.name, field.name,
-                    field.name == reserved.name ? "" : fmt::format(": it has bits of {}", reserved.name)));
+        fmt::format("{}: field {}: not to be set: it has bits of {}", table.name, field.name, reserved.name));
   }
 }
 
@@ -255,16 +272,18 @@ std::vector<FieldDescription const*> fieldsOf(TableDescription const& table, std
 std::vector<FieldDescription const*> distinctFieldsOf(TableDescription const& table, std::uint32_t view) {
   std::vector<FieldDescription const*> distinct;
   auto const fields = fieldsOf(table, view);
-  // The whole image, key and result of an exact-match entry say nothing that their parts don't.
-  auto const isComposed = [&](FieldDescription const* whole) {
+  // The whole image, key and result of an exact-match entry say nothing that their parts don't, and the parts
+  // of its key stand beside it.
+  auto const isToldElsewhere = [&](FieldDescription const* told) {
     return table.family == LoamAsicUtils::TableFamily::exactMatch &&
-           std::ranges::any_of(fields, [&](FieldDescription const* part) {
-             return whole->low <= part->low && part->high <= whole->high &&
-                    (whole->low != part->low || whole->high != part->high);
-           });
+           (std::ranges::find(table.key, told->name, &KeyMemberDescription::name) != table.key.end() ||
+            std::ranges::any_of(fields, [&](FieldDescription const* part) {
+              return told->low <= part->low && part->high <= told->high &&
+                     (told->low != part->low || told->high != part->high);
+            }));
   };
   for (FieldDescription const* const field : fields) {
-    if (isComposed(field)) continue;
+    if (isToldElsewhere(field)) continue;
     auto const same = [&](FieldDescription const* told) {
       return told->low == field->low && told->high == field->high;
     };

@@ -29,7 +29,8 @@ LoamAsicUtils::RowImage rowOf(LoamAsicUtils::TableDescription const& table, Json
 // The fields that a row of that view has; all of the table's where it has no views.
 std::vector<LoamAsicUtils::FieldDescription const*> fieldsOf(LoamAsicUtils::TableDescription const& table,
                                                              std::uint32_t view);
-// Without those that are another name for the bits of an earlier one.
+// Without those that are another name for the bits of an earlier one, or of an exact-match entry tell its key
+// or several fields at once.
 std::vector<LoamAsicUtils::FieldDescription const*> distinctFieldsOf(
     LoamAsicUtils::TableDescription const& table, std::uint32_t view);
 // The class of a view; empty where the table has no such.

@@ -186,20 +186,14 @@ void RunOperations::restart(Json const& /*given*/) {
   for (auto const& start : plane_.start(plane_.restart(), tell_)) report_.started(start);
 }
 
-void RunOperations::syncDone(Json const& /*given*/) {
-  auto const reconciled = plane_.syncDone();
-  report_.event({{"event", "sync-done"}},
-                "sync-done: direct tables are downloaded, exact-match tables are reconciled");
-  report_.reconciled(reconciled);
-}
+void RunOperations::syncDone(Json const& /*given*/) { report_.syncDone(plane_.syncDone()); }
 
 void RunOperations::reconcile(Json const& given) {
   auto const tables = tablesOf(given);
   Fapmask const faps = upFapsOf(given);
   if (tables.size() == 1 && !tables.front()->isExactMatch()) {
     throw InputError(
-        fmt::format("reconcile: {}: only exact-match tables are reconciled; download does it for"
-                    " others",
+        fmt::format("reconcile: {}: only exact-match tables are reconciled; download does it for others",
                     tables.front()->name()));
   }
   std::vector<ControlPlane::Reconciliation> reconciled;

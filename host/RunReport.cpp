@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "host/FieldValues.h"
 #include "host/RunSummary.h"
 #include "runtime/Dovel/Format.h"
@@ -51,12 +53,14 @@ std::string differences(BadRow const& row) {
       text += fmt::format("{} {} is {}, not {}", text.empty() ? ":" : ";", field->name, valueText(found),
                           valueText(wanted));
   }
+  if (text.empty() && !row.found.empty()) text = ": in bits that no field has";
   return text;
 }
 
 std::string badRowText(BadRow const& row) {
-  return fmt::format("  {}: FAP {} {} {} {}{}", nameOf(row.state), row.fap, row.table->name(), row.memory,
-                     keyText(*row.table->description, row.key), differences(row));
+  std::string const key = row.key.empty() ? "" : " " + keyText(*row.table->description, row.key);
+  return fmt::format("  {}: FAP {} {} {}{}{}", nameOf(row.state), row.fap, row.table->name(), row.memory, key,
+                     differences(row));
 }
 
 Json countsJson(Verdict const& verdict) {
@@ -74,6 +78,26 @@ std::string countsText(Verdict const& verdict) {
                         nameOf(static_cast<RowState>(state)));
   }
   return text;
+}
+
+std::string sentText(Sluice::SendOutcome const& outcome) {
+  std::string text = plural(outcome.commands, "command");
+  if (outcome.refused != 0) text += fmt::format(", {} refused", outcome.refused);
+  if (outcome.unanswered != 0) text += fmt::format(", {} unanswered", outcome.unanswered);
+  return text;
+}
+
+std::string staleText(std::uint64_t count) {
+  return count == 1 ? "1 stale entry" : plural(count, "stale entrie");
+}
+
+std::string reconciledText(std::vector<ControlPlane::Reconciliation> const& tables, std::string_view kind) {
+  std::uint64_t removed = 0;
+  for (auto const& one : tables) removed += one.removed;
+  auto const done = std::ranges::count_if(tables, &ControlPlane::Reconciliation::done);
+  std::string const failed = done == std::ssize(tables) ? "" : fmt::format(" of {}", tables.size());
+  return fmt::format("{}{} {}{} reconciled, {} removed", done, failed, kind,
+                     tables.size() == 1 ? " is" : "s are", staleText(removed));
 }
 
 }  // namespace
@@ -133,8 +157,10 @@ void RunReport::entry(LiveTable const& table, LoamAsicUtils::HwShadowKey shadow,
   std::string_view const view = viewName(described, row.view);
   if (!view.empty()) told["view"] = view;
   told["fields"] = fieldsJson(described, row.view, row.data);
+  // Of exact-match tables a chip holds what was stored and nothing else.
+  std::string_view const instead = table.isExactMatch() ? ", not stored" : ", the default";
   event(told, fmt::format("{}{} {}{}: {}", described.name, shadowText(shadow), keyText(described, key),
-                          stored ? "" : ", the default", fieldsText(described, row.view, row.data)));
+                          stored ? "" : instead, fieldsText(described, row.view, row.data)));
 }
 
 void RunReport::verdict(Verdict const& verdict, Sluice::Fapmask const& faps) {
@@ -160,26 +186,34 @@ void RunReport::verdict(Verdict const& verdict, Sluice::Fapmask const& faps) {
 }
 
 void RunReport::sent(std::string_view operation, Sluice::SendOutcome const& outcome) {
-  std::string text = fmt::format("{}: {}", operation, plural(outcome.commands, "command"));
-  if (outcome.refused != 0) text += fmt::format(", {} refused", outcome.refused);
-  if (outcome.unanswered != 0) text += fmt::format(", {} unanswered", outcome.unanswered);
   event({{"event", operation},
          {"commands", outcome.commands},
          {"refused", outcome.refused},
          {"unanswered", outcome.unanswered},
          {"bytes", outcome.bulkBytes}},
-        text);
+        fmt::format("{}: {}", operation, sentText(outcome)));
+}
+
+void RunReport::syncDone(std::vector<ControlPlane::Reconciliation> const& tables) {
+  event({{"event", "sync-done"}},
+        "sync-done: direct tables are downloaded, " + reconciledText(tables, "exact-match table"));
+  eachReconciled(tables);
 }
 
 void RunReport::reconciled(std::vector<ControlPlane::Reconciliation> const& tables) {
+  if (!json_) output_.line("reconcile: " + reconciledText(tables, "table"));
+  eachReconciled(tables);
+}
+
+void RunReport::eachReconciled(std::vector<ControlPlane::Reconciliation> const& tables) {
   for (auto const& one : tables) {
     std::string text;
     if (!one.done) {
-      text = fmt::format("  {}: the reconciliation FAILED, nothing was swept out: FAPs {} answered {:#x}",
-                         one.table->name(), one.sent.failed, static_cast<std::uint32_t>(one.sent.status));
+      text =
+          fmt::format("  {}: the reconciliation FAILED ({}): stale entries may be left, and good ones marked",
+                      one.table->name(), sentText(one.sent));
     } else if (one.removed != 0) {
-      text = fmt::format("  {}: {} removed", one.table->name(),
-                         one.removed == 1 ? "1 stale entry" : plural(one.removed, "stale entrie"));
+      text = fmt::format("  {}: {} removed", one.table->name(), staleText(one.removed));
     }
     event({{"event", "reconcile"},
            {"table", one.table->name()},

@@ -26,9 +26,10 @@ class RunReport {
   void verdict(Verdict const& verdict, Sluice::Fapmask const& faps);
   // What was sent and how the chips took it.
   void sent(std::string_view operation, Sluice::SendOutcome const& outcome);
-  // Tables that were brought back in step; those that have failed are named, and of the others the ones of
+  // Tables that were brought back in step: for people how many, and by name those that have failed or of
   // which something was removed.
   void reconciled(std::vector<ControlPlane::Reconciliation> const& tables);
+  void syncDone(std::vector<ControlPlane::Reconciliation> const& tables);
   // A line of input that was refused, on standard error.
   void refused(std::string const& where, std::string_view why);
   // Of the tables for which anything was done.
@@ -37,6 +38,8 @@ class RunReport {
   void finish() { output_.finish(); }
 
  private:
+  void eachReconciled(std::vector<ControlPlane::Reconciliation> const& tables);
+
   bool const json_;
   Output output_;
 };

@@ -51,6 +51,14 @@ void forEachRefusal(ControlPlane const& plane, Visit&& visit) {
   }
 }
 
+std::string refusalText(LiveTable const& live, std::vector<std::uint64_t> const& key,
+                        Refusal const& refusal) {
+  std::string const what =
+      fmt::format("{} {} by FAPs {}", live.name(), keyText(*live.description, key), refusal.fapmask);
+  if (refusal.status == Sluice::SchanStatus::noResponse) return "unanswered: " + what;
+  return fmt::format("refused: {}: {}", what, reasonOf(refusal.status));
+}
+
 Line lineOf(std::string_view name, Figures const& figures) {
   auto const& sent = figures.sent;
   return {std::string(name),
@@ -130,15 +138,14 @@ std::vector<std::string> summaryLines(ControlPlane const& plane, std::chrono::na
 std::vector<std::string> refusalLines(ControlPlane const& plane) {
   std::vector<std::string> lines;
   std::size_t more = 0;
-  forEachRefusal(plane, [&](LiveTable const& live, std::vector<std::uint64_t> const& key,
-                            Refusal const& refusal) {
-    if (lines.size() == kRefusalsTold) {
-      ++more;
-      return;
-    }
-    lines.push_back(fmt::format("not on the chip: {} {} of FAPs {}: {}", live.name(),
-                                keyText(*live.description, key), refusal.fapmask, reasonOf(refusal.status)));
-  });
+  forEachRefusal(plane,
+                 [&](LiveTable const& live, std::vector<std::uint64_t> const& key, Refusal const& refusal) {
+                   if (lines.size() < kRefusalsTold) {
+                     lines.push_back(refusalText(live, key, refusal));
+                   } else {
+                     ++more;
+                   }
+                 });
   if (more != 0) lines.push_back(fmt::format("and {} more, which --json tells", more));
   return lines;
 }

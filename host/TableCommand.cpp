@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "host/Bundle.h"
+#include "host/FieldValues.h"
 #include "host/InputError.h"
 #include "host/LiveStores.h"
 #include "host/Nearest.h"
@@ -66,14 +67,28 @@ Json keyJson(std::string_view members) {
   return key;
 }
 
+bool isExactMatch(LoamAsicUtils::TableDescription const* table) {
+  return table != nullptr && table->family == LoamAsicUtils::TableFamily::exactMatch;
+}
+
+// The fields of an exact-match entry as a run tells them: without what key and other fields tell already.
+std::string entryText(LoamAsicUtils::TableDescription const& table, Json const& fields) {
+  std::string text;
+  for (auto const* const field : distinctFieldsOf(table, 0)) {
+    Json const& value = fields[std::string(field->name)];
+    if (value != 0) text += fmt::format(" {}:{}", field->name, value.dump());
+  }
+  return text;
+}
+
 std::string rowText(ShadowStore const& store, StoredType const& type, std::byte const* record, bool json) {
   std::string const key = keyMembers(type, record);
-  std::string const text = recordText(record, type, json);
-  if (!json) {
-    std::string const fap = store.fap ? fmt::format("FAP {} ", *store.fap) : "";
-    return fap + key + text.substr(type.keyText(record).size());
-  }
-  Json const fields = Json::parse(text)["fields"];
+  auto const* const table = LoamAsicUtils::TableCatalogue::table(store.table);
+  std::string const fap = store.fap ? fmt::format("FAP {} ", *store.fap) : "";
+  if (!json && !isExactMatch(table))
+    return fap + key + recordText(record, type, false).substr(type.keyText(record).size());
+  Json const fields = Json::parse(recordText(record, type, true))["fields"];
+  if (!json) return fap + key + entryText(*table, fields);
   return Json{{"table", store.table}, {"fap", fapJson(store)}, {"key", keyJson(key)}, {"fields", fields}}
       .dump();
 }

@@ -83,6 +83,12 @@ class RowsTest(unittest.TestCase):
         count = self.check(made, tables)
         self.assertGreater(count, 50_000)
 
+    def test_rows_that_are_run_over_the_same_chips_have_no_key_in_common(self):
+        made = output_of("examples/edge_labels.py", "examples/edge-labels.toml")
+        withdrawn = (ROOT / "examples/withdrawn-labels.jsonl").read_text()
+        tables = {name for name, table in CATALOGUE.items() if table["family"] == "exactMatch"}
+        self.check(imported() + made + withdrawn, tables)
+
 
 if __name__ == "__main__":
     unittest.main()

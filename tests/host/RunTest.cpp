@@ -338,7 +338,7 @@ TEST_F(Run, SummaryListsTheTablesForWhichAnythingWasDone) {
   EXPECT_EQ(outcome.exitCode, 0);
   EXPECT_THAT(outcome.out, HasSubstr("TABLE  "));
   EXPECT_THAT(outcome.out,
-              testing::ContainsRegex("\nSmallAdsHwDirect +1 +0 +1 +0 +1 +32 KiB +0 +[0-9.]+ [mu]?s\n"));
+              testing::ContainsRegex("\nSmallAdsHwDirect +1 +0 +1 +0 +1 +32 KiB +0 +0 +0 +[0-9.]+ [mu]?s\n"));
   EXPECT_THAT(outcome.out, testing::ContainsRegex("\nall +1 +0 +[0-9]+ +0 "));
 }
 

@@ -77,9 +77,9 @@ TEST_F(TableCommand, UnknownNamesAndKeysExitWithTwo) {
 }
 
 TEST_F(TableCommand, TableWithoutAStoreExitsWithOne) {
-  Outcome const outcome = place_.command("table dump MplsIsemHwEm");
+  Outcome const outcome = place_.command("table dump IppeRecycFwdProfileMappingHwReg");
   EXPECT_EQ(outcome.exitCode, 1);
-  EXPECT_EQ(outcome.err, "hwtables: MplsIsemHwEm has no store\n");
+  EXPECT_EQ(outcome.err, "hwtables: IppeRecycFwdProfileMappingHwReg has no store\n");
 }
 
 }  // namespace
