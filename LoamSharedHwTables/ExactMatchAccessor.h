@@ -93,7 +93,7 @@ auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::
     shadow_.reportBulkDownloadFailure(shadow_.hwShadowKey());
     return nullptr;
   }
-  Cmds const result = Sluice::schanCmdsFactory();
+  Cmds result = Sluice::schanCmdsFactory();
   DOVEL_TRACE(_defaultTraceHandle(), 3, "ShadowAccessor", " Processing all keys in shadow: {}",
               shadow_.hwShadowKey());
   std::uint32_t const command = isDelete ? emCommandDelete : emCommandWrite;
@@ -154,7 +154,7 @@ template <class Entry, int tableType>
 auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::end(
     Filling& filling, Sluice::Fapmask const& fapmask) const -> Cmds {
   filling.buffer->incVaCursor(std::uint64_t{filling.count} * Entry::kDataBytes);
-  Cmds const cmds = enqueueBulkCmd<Entry, tableType>(fapmask, filling.buffer, filling.count, 0, 0);
+  Cmds cmds = enqueueBulkCmd<Entry, tableType>(fapmask, filling.buffer, filling.count, 0, 0);
   filling = {};
   return cmds;
 }
@@ -168,7 +168,7 @@ auto ShadowAccessor<LoamSharedHwTables::ExactMatchShadow<Unit> const>::enqueueBu
     Dovel::fmassert("ShadowAccessor", __FILE__, __func__, __LINE__, "{}: {}", "dmaMemPoolBuffer",
                     "Invalid dmaMemPoolBuffer");
   }
-  Cmds const cmds = Sluice::schanCmdsFactory();
+  Cmds cmds = Sluice::schanCmdsFactory();
   forEachPlace([&](Dovel::Ptr<BcmRegMemInfo> const& memory, Hardware::Loam::CoreInfo core) {
     cmds->cmdEnq(emGenericBulkWriteCommandFactory(fapmask, shadow_.loamStatus(), physicalTableIdOf(*memory),
                                                   core, Entry::kDataBytes / sizeof(std::uint32_t), memory,

@@ -111,7 +111,7 @@ typename ExactMatchShadow<Unit>::Cmds ExactMatchShadow<Unit>::schanCmds(
               this->hwShadowKey(), key, isDelete);
   ASIC_GRACEFUL_ASSERT(this->entryStorage() != nullptr, "entryStorage", "shadow {} has no store",
                        this->name());
-  Cmds const cmds = Sluice::schanCmdsFactory();
+  Cmds cmds = Sluice::schanCmdsFactory();
   Entry entry(key);
   bool found = false;
   if (Entry const& stored = this->entryStorage()->entryColl(key, found); found) entry = stored;
@@ -153,7 +153,7 @@ typename ExactMatchShadow<Unit>::Cmds ExactMatchShadow<Unit>::download(
 template <class Unit>
 typename ExactMatchShadow<Unit>::Cmds ExactMatchShadow<Unit>::entryByEntryCmds(
     Hardware::Loam::FapRevision const& fapRevision, Sluice::Fapmask const& fapmask) const {
-  Cmds const cmds = Sluice::schanCmdsFactory();
+  Cmds cmds = Sluice::schanCmdsFactory();
   if (this->entryStorage() == nullptr) return cmds;
   this->entryStorage()->entryCollForEach([&](Entry const& entry) {
     cmds->cmdsEnq(*schanCmds(fapmask, fapRevision, EntryKey(entry.entryKey()), false, nullptr));

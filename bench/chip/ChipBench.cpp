@@ -142,8 +142,9 @@ class Labels {
   static constexpr std::uint32_t kCount = 100000;
   static constexpr std::uint32_t kTable = 64;
 
-  Labels() : pool_(DmaMemPoolManager::localMemPoolFactory("bench", kCount * 24, 1)) {
+  Labels() : pool_(DmaMemPoolManager::localMemPoolFactory("bench", std::size_t{kCount} * 24, 1)) {
     buffer_ = dmaMemPoolBufferFactory(pool_);
+    messages.reserve(kCount);
     std::uint32_t label = 1;
     for (std::uint32_t number = 0; number < kCount; ++number, label = (label * 5 + 12345) & 0xFFFFF) {
       std::uint64_t const words[3] = {288U | std::uint64_t{label} << 9, (number & 0x7FFFF) | 1U << 19,
@@ -160,7 +161,7 @@ class Labels {
   }
 
   Dovel::Ptr<Chip::SoftwareChip> chip() const {
-    auto const chip = softwareChip();
+    auto chip = softwareChip();
     chip->dmaPoolIs(pool_);
     return chip;
   }

@@ -18,6 +18,7 @@ using EntryKey = Table::EntryKey;
 
 constexpr std::uint32_t kRows = 16384;
 constexpr std::uint32_t kRowBytes = 64;
+using TableBench::done;
 using TableBench::kShared;
 
 EntryKey keyOf(std::uint32_t row) { return {static_cast<std::uint8_t>(row / 1024), row % 1024}; }
@@ -39,17 +40,11 @@ std::vector<Entry> const& entries() {
 }
 
 struct Switch : TableBench::TableSwitch<Table> {
-  Switch(bool writing, bool full) : TableSwitch(writing) {
-    if (full) setAll();
-    if (writing) writer->flush();
-  }
+  Switch(bool writing, bool full) : TableSwitch(writing, full, ::entries()) {}
 
-  void setAll() {
-    for (Entry const& entry : entries()) table->setEntry(kShared, entry);
-  }
   bool chipHasAll() {
     std::uint32_t row[kRowBytes / 4];
-    for (Entry const& entry : entries()) {
+    for (Entry const& entry : entries) {
       auto const key = entry.entryKey();
       std::uint32_t const address = 0x120000 + key.arrayIndex() * 1024U + key.entryIndex();
       if (!chip->rowRead(0, 282, address, std::as_writable_bytes(std::span(row)))) return false;
@@ -58,59 +53,6 @@ struct Switch : TableBench::TableSwitch<Table> {
     return true;
   }
 };
-
-void done(benchmark::State& state, Switch& with) {
-  state.SetItemsProcessed(state.iterations() * kRows);
-  if (with.stored() != kRows) state.SkipWithError("entries are missing");
-}
-
-void setExisting(benchmark::State& state) {
-  Switch with(false, true);
-  for (auto _ : state) with.setAll();
-  done(state, with);
-}
-// What setEntry() can't do without: the same entries written to the same store.
-void setExistingInStore(benchmark::State& state) {
-  Switch with(false, true);
-  auto& store = with.storage().entryCollMap().interface();
-  for (auto _ : state)
-    for (Entry const& entry : entries()) store.write(entry, true);
-  done(state, with);
-}
-
-// Entries come one after the other into a table that is empty at first; emptying it isn't timed.
-void setNew(benchmark::State& state) {
-  Switch with(false, false);
-  for (auto _ : state) {
-    state.PauseTiming();
-    with.table->shadow(kShared)->collCleanup();
-    state.ResumeTiming();
-    with.setAll();
-  }
-  done(state, with);
-}
-void setNewInStore(benchmark::State& state) {
-  Switch with(false, false);
-  auto& store = with.storage().entryCollMap().interface();
-  for (auto _ : state) {
-    state.PauseTiming();
-    with.table->shadow(kShared)->collCleanup();
-    state.ResumeTiming();
-    for (Entry const& entry : entries()) store.write(entry, true);
-  }
-  done(state, with);
-}
-
-void commands(benchmark::State& state) {
-  Switch with(false, true);
-  std::uint64_t made = 0;
-  for (auto _ : state)
-    for (Entry const& entry : entries())
-      made += with.table->schanCmds(kShared, entry.entryKey(), nullptr)->size();
-  if (made != static_cast<std::uint64_t>(state.iterations()) * kRows)
-    state.SkipWithError("commands are missing");
-  done(state, with);
-}
 
 // From setEntry() to the row of the chip.
 void wholeWay(benchmark::State& state) {
@@ -166,11 +108,11 @@ void copyRows(benchmark::State& state) {
   auto const add = [](std::string const& name, auto&& run) {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(kRows)).c_str(), run);
   };
-  add("table/set_existing/hwtables", setExisting);
-  add("table/set_existing/store", setExistingInStore);
-  add("table/set_new/hwtables", setNew);
-  add("table/set_new/store", setNewInStore);
-  add("table/commands/hwtables", commands);
+  add("table/set_existing/hwtables", TableBench::setExisting<Switch>);
+  add("table/set_existing/store", TableBench::setExistingInStore<Switch>);
+  add("table/set_new/hwtables", TableBench::setNew<Switch>);
+  add("table/set_new/store", TableBench::setNewInStore<Switch>);
+  add("table/commands/hwtables", TableBench::commands<Switch>);
   add("table/whole_way/hwtables", wholeWay);
   add("table/coalesced/hwtables", coalesced);
   for (bool const full : {false, true}) {

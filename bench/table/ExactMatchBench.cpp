@@ -15,6 +15,7 @@ namespace {
 using Table = bcm88490_a0::MplsIsemHwEm;
 using Entry = Table::Entry;
 using EntryKey = Table::EntryKey;
+using TableBench::done;
 using TableBench::kShared;
 
 constexpr std::uint32_t kEntries = 100'000;
@@ -37,14 +38,8 @@ std::vector<Entry> const& entries() {
 }
 
 struct Switch : TableBench::TableSwitch<Table> {
-  Switch(bool writing, bool full) : TableSwitch(writing) {
-    if (full) setAll();
-    if (writing) writer->flush();
-  }
+  Switch(bool writing, bool full) : TableSwitch(writing, full, ::entries()) {}
 
-  void setAll() {
-    for (Entry const& entry : entries()) table->setEntry(kShared, entry);
-  }
   std::uint32_t onChip() const {
     std::uint32_t count = 0;
     chip->forEachEntry(0, 64, 0, [&](auto const&) { ++count; });
@@ -52,61 +47,10 @@ struct Switch : TableBench::TableSwitch<Table> {
   }
 };
 
-void done(benchmark::State& state, Switch& with) {
-  state.SetItemsProcessed(state.iterations() * kEntries);
-  if (with.stored() != kEntries) state.SkipWithError("entries are missing");
-}
-
-void setExisting(benchmark::State& state) {
-  Switch with(false, true);
-  for (auto _ : state) with.setAll();
-  done(state, with);
-}
-// What setEntry() can't do without: the same entries written to the same store.
-void setExistingInStore(benchmark::State& state) {
-  Switch with(false, true);
-  auto& store = with.storage().entryCollMap().interface();
-  for (auto _ : state)
-    for (Entry const& entry : entries()) store.write(entry, true);
-  done(state, with);
-}
-void setNew(benchmark::State& state) {
-  Switch with(false, false);
-  for (auto _ : state) {
-    state.PauseTiming();
-    with.table->shadow(kShared)->collCleanup();
-    state.ResumeTiming();
-    with.setAll();
-  }
-  done(state, with);
-}
-void setNewInStore(benchmark::State& state) {
-  Switch with(false, false);
-  auto& store = with.storage().entryCollMap().interface();
-  for (auto _ : state) {
-    state.PauseTiming();
-    with.table->shadow(kShared)->collCleanup();
-    state.ResumeTiming();
-    for (Entry const& entry : entries()) store.write(entry, true);
-  }
-  done(state, with);
-}
-
 void deleteAll(benchmark::State& state) {
   Switch with(false, true);
   for (auto _ : state)
     for (Entry const& entry : entries()) with.table->deleteEntry(kShared, entry.entryKey());
-  done(state, with);
-}
-
-void commands(benchmark::State& state) {
-  Switch with(false, true);
-  std::uint64_t made = 0;
-  for (auto _ : state)
-    for (Entry const& entry : entries())
-      made += with.table->schanCmds(kShared, entry.entryKey(), nullptr)->size();
-  if (made != static_cast<std::uint64_t>(state.iterations()) * kEntries)
-    state.SkipWithError("commands are missing");
   done(state, with);
 }
 
@@ -183,12 +127,12 @@ void reconcile(benchmark::State& state) {
   auto const add = [](std::string const& name, auto&& run) {
     benchmark::RegisterBenchmark(("exact_match/" + name + "/" + std::to_string(kEntries)).c_str(), run);
   };
-  add("set_existing/hwtables", setExisting);
-  add("set_existing/store", setExistingInStore);
-  add("set_new/hwtables", setNew);
-  add("set_new/store", setNewInStore);
+  add("set_existing/hwtables", TableBench::setExisting<Switch>);
+  add("set_existing/store", TableBench::setExistingInStore<Switch>);
+  add("set_new/hwtables", TableBench::setNew<Switch>);
+  add("set_new/store", TableBench::setNewInStore<Switch>);
   add("delete/hwtables", deleteAll);
-  add("commands/hwtables", commands);
+  add("commands/hwtables", TableBench::commands<Switch>);
   add("whole_way/hwtables", wholeWay);
   add("whole_way_new/hwtables", wholeWayNew);
   add("make_download/hwtables", [](auto& state) { download(state, false); });
