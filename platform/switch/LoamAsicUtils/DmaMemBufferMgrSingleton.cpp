@@ -20,7 +20,7 @@ EmSchanResponse DmaMemBufferMgrSingleton::responsesTake(unsigned int faps) {
     free.push_back({current_, reinterpret_cast<std::uint64_t>(current_->vaCursor())});
     current_->incVaCursor(bytes);
   }
-  EmSchanResponse const taken = std::move(free.back());
+  EmSchanResponse taken = std::move(free.back());
   free.pop_back();
   std::uninitialized_default_construct_n(reinterpret_cast<Sluice::SchanResponse*>(taken.currentVa), faps);
   return taken;

@@ -23,7 +23,7 @@ HwEmTableBase::HwEmTableBase(Dovel::String const& name, HwTableKey const& key,
 Cmds HwEmTableBase::download(Dovel::String const& fapType, Sluice::Fapmask const& fapmask) const {
   auto const revision = hwTableKey().fapRevision();
   return joined(fapmask, [&](HwShadowBase const& shadow, Sluice::Fapmask const& mask) {
-    Cmds const bulk = shadow.download(fapType, revision, mask);
+    Cmds bulk = shadow.download(fapType, revision, mask);
     if (bulk != nullptr || shadow.applicableFapmask(mask) == Sluice::Fapmask()) return bulk;
     return static_cast<HwEmShadowBase const&>(shadow).entryByEntryCmds(revision, mask);
   });
