@@ -1,5 +1,5 @@
-// What direct tables take memory for, and what not.
-#include "tests/LoamSharedHwTables/TableRig.h"
+// What tables take memory for, and what not.
+#include "tests/LoamSharedHwTables/ExactMatchRig.h"
 #include "tests/support/Sanitizers.h"
 
 #if !HWTABLES_ASAN && !HWTABLES_TSAN
@@ -50,6 +50,37 @@ TEST_F(DirectCost, ADownloadTakesMemoryForItsCommandsAndNoneForItsRows) {
   // 16,384 rows of 64 bytes in buffers of 64 KiB.
   EXPECT_EQ(cmds->size(), 16U);
   EXPECT_LE(allocations - before, 4 * cmds->size());
+}
+
+struct ExactMatchCost : testing::Test {
+  void writeAll(std::uint32_t result) {
+    for (std::uint32_t number = 0; number < 3000; ++number)
+      table.setEntry(kShared, TestSupport::numberedEntry<bcm88490_a0::MplsIsemHwEm>(number, result));
+  }
+
+  TableRig rig{{.bufSize = 65536, .buffers = 64}};
+  bcm88490_a0::MplsIsemHwEm& table = rig.makeWithFaps<bcm88490_a0::MplsIsemHwEm>();
+};
+
+TEST_F(ExactMatchCost, RewritingEntriesAndSendingThemTakesNoMemory) {
+  for (std::uint32_t const result : {1U, 2U}) {
+    writeAll(result);
+    rig.writer->flush();
+  }
+  std::uint64_t const before = allocations;
+  writeAll(3);
+  rig.writer->flush();
+  EXPECT_EQ(allocations, before);
+}
+
+TEST_F(ExactMatchCost, ADownloadTakesMemoryForItsCommandsAndNoneForItsEntries) {
+  writeAll(1);
+  rig.writer->download(table, maskOf({0}));
+  std::uint64_t const before = allocations;
+  auto const cmds = table.download("generation4", maskOf({0}));
+  // 2,730 entries of 24 bytes to a buffer of 64 KiB.
+  EXPECT_EQ(cmds->size(), 2U);
+  EXPECT_LE(allocations - before, 6 * cmds->size());
 }
 
 }  // namespace
