@@ -24,7 +24,7 @@ bool meet(Fapmask a, Fapmask const& b) {
 // Called in the middle of a sending, so the keys wait for its end.
 void TableWriter::bulkFailed(Watch& watch, BulkDownloadFailure const& failure) {
   ++bulkFailures_;
-  Setting const notNow(flushing_);
+  Setting const notNow(flushing_, true);
   for (std::size_t at = 0; at < failure.entries.size(); at += failure.entryBytes) {
     if (watch.dirty.insert(watch.access.keyOfData(failure.entries.subspan(at, failure.entryBytes))))
       ++dirtyKeys_;
@@ -39,7 +39,7 @@ SendOutcome TableWriter::downloaded(HwEmTableBase& table, Fapmask const& fapmask
   SendOutcome outcome;
   {
     Timed const timed(figures.time);
-    Setting const notNow(flushing_);
+    Setting const notNow(flushing_, true);
     auto const fapType = Hardware::Loam::chipTypeToFapType(table.hwTableKey().fapRevision().chipType());
     outcome = send(table, figures, table.download(stringValue(fapType), fapmask));
   }
@@ -125,7 +125,7 @@ SendOutcome TableWriter::reconcile(HwEmTableBase& table, Fapmask const& fapmask)
 bool TableWriter::reconcileStep(HwEmTableBase& table, SendOutcome& outcome) {
   MarkSweepTableSm& run = *table.markSweepTableSm();
   if (!run.isActive()) return false;
-  Setting const notNow(reconciling_);
+  Setting const notNow(reconciling_, true);
   Run& begun = runs_[table.hwTableKey()];
   Fapmask const mask = run.request().fapmask;
   auto const resets = [&] {

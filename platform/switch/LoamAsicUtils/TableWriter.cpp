@@ -100,7 +100,7 @@ void TableWriter::flush() {
 }
 
 void TableWriter::sendAllKeys() {
-  Setting const sending(flushing_);
+  Setting const sending(flushing_, true);
   for (auto const& watch : watches_) sendWrites(*watch);
   for (auto const& watch : std::views::reverse(watches_)) sendDeletes(*watch);
 }
@@ -142,9 +142,10 @@ void TableWriter::sendDeletes(Watch& watch) {
 
 Sluice::SendOutcome TableWriter::sendKey(Watch& watch, KeyImage const& key) {
   // A deletion leaves the store with its command, which is no news.
-  watch.working = &key;
-  auto const cmds = watch.access.schanCmds(watch.table, watch.shadow.hwShadowKey(), key, nullptr);
-  watch.working = nullptr;
+  auto const cmds = [&] {
+    Setting<KeyImage const*> const working(watch.working, &key);
+    return watch.access.schanCmds(watch.table, watch.shadow.hwShadowKey(), key, nullptr);
+  }();
   if (watch.isPartial()) watch.touched.insert(key);
   Sluice::SendOutcome const outcome = send(watch.table, watch.figures, cmds);
   if (!outcome.ok()) {

@@ -33,17 +33,18 @@ class Timed {
   Clock::time_point const start_ = Clock::now();
 };
 
-// Sets a flag for the time of its own life.
+// Gives something another value for the time of its own life.
+template <class Value>
 class Setting {
  public:
-  explicit Setting(bool& flag) : flag_(flag), former_(std::exchange(flag, true)) {}
+  Setting(Value& at, Value value) : at_(at), former_(std::exchange(at, value)) {}
   Setting(Setting const&) = delete;
   Setting& operator=(Setting const&) = delete;
-  ~Setting() { flag_ = former_; }
+  ~Setting() { at_ = former_; }
 
  private:
-  bool& flag_;
-  bool const former_;
+  Value& at_;
+  Value const former_;
 };
 
 // One shadow: its keys that are to be sent, and what is known of those that were.
