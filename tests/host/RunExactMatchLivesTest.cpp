@@ -1,10 +1,6 @@
 // Exact-match entries through runs that are killed and started anew, seen in the chip's file from outside.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +10,7 @@
 #include <string_view>
 #include <thread>
 
+#include "tests/host/ChipFileWatch.h"
 #include "tests/host/ExactMatchRows.h"
 
 namespace {
@@ -42,30 +39,18 @@ constexpr std::array<InFile, kTables> kInFile{{{"MplsIsemHwEm", 1, 0, 9, 20},
 
 // The entries of the first chip, seen from outside of the process that has it: those of the numbers below
 // kGood, each where it stands when the watch is made. A chip never moves an entry that it holds.
-class EntryWatch {
+class EntryWatch final : public ChipFileWatch {
  public:
-  explicit EntryWatch(RunPlace const& place) {
-    int const file = ::open((place.chips() + "/fap-0.chip").c_str(), O_RDONLY | O_CLOEXEC);
-    EXPECT_GE(file, 0);
-    struct stat status {};
-    ::fstat(file, &status);
-    bytes_ = static_cast<std::size_t>(status.st_size);
-    EXPECT_GE(bytes_, kSlotsAt + 3 * kPhysicalBytes);
-    start_ = static_cast<std::byte*>(::mmap(nullptr, bytes_, PROT_READ, MAP_SHARED, file, 0));
-    ::close(file);
+  explicit EntryWatch(RunPlace const& place) : ChipFileWatch(place) {
+    EXPECT_GE(bytes(), kSlotsAt + 3 * kPhysicalBytes);
     findEntries();
   }
-  EntryWatch(EntryWatch const&) = delete;
-  EntryWatch& operator=(EntryWatch const&) = delete;
-  ~EntryWatch() {
-    end();
-    ::munmap(start_, bytes_);
-  }
+  ~EntryWatch() { end(); }
 
   // How many good entries of each table it has found when it was made, and how many other ones.
   std::array<unsigned, kTables> good() const { return good_; }
   std::array<unsigned, kTables> stale() const { return stale_; }
-  unsigned missingNow() const {
+  unsigned missingNow() const override {
     unsigned missing = 0;
     for (auto const& [at, key] : places_) missing += isMissing(at, key) ? 1U : 0U;
     return missing;
@@ -78,22 +63,6 @@ class EntryWatch {
     });
   }
 
-  // Looks on until end(), in a thread of its own.
-  void begin() {
-    thread_ = std::thread([this] {
-      while (!ending_) {
-        missing_ += missingNow();
-        ++rounds_;
-      }
-    });
-  }
-  void end() {
-    ending_ = true;
-    if (thread_.joinable()) thread_.join();
-  }
-  std::uint64_t missing() const { return missing_; }
-  std::uint64_t rounds() const { return rounds_; }
-
  private:
   static constexpr std::size_t kSlotsAt = 2023424;
   static constexpr std::size_t kSlotBytes = 32;
@@ -103,7 +72,7 @@ class EntryWatch {
   static constexpr std::uint64_t kChanging = 2;
 
   std::uint64_t word(std::size_t at) const {
-    return std::atomic_ref(*reinterpret_cast<std::uint64_t*>(start_ + at)).load(std::memory_order_acquire);
+    return std::atomic_ref(*reinterpret_cast<std::uint64_t*>(start() + at)).load(std::memory_order_acquire);
   }
   static std::uint64_t keyMask(InFile const& table) {
     return ((std::uint64_t{1} << table.numberBits) - 1) << table.numberBit;
@@ -139,15 +108,9 @@ class EntryWatch {
     }
   }
 
-  std::byte* start_ = nullptr;
-  std::size_t bytes_ = 0;
   std::map<std::size_t, Key> places_;
   std::array<unsigned, kTables> good_{};
   std::array<unsigned, kTables> stale_{};
-  std::thread thread_;
-  std::atomic<bool> ending_ = false;
-  std::atomic<std::uint64_t> missing_ = 0;
-  std::atomic<std::uint64_t> rounds_ = 0;
 };
 
 std::array<unsigned, kTables> each(unsigned count) {

@@ -1,8 +1,6 @@
 // Runs beside other processes, and runs that end in other ways than by their input's end.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +12,7 @@
 #include "Vault/StoredType.h"
 #include "platform/chip/ChipMemoryMap.h"
 #include "platform/chip/ChipState.h"
+#include "tests/host/ChipFileWatch.h"
 #include "tests/host/Runs.h"
 #include "tests/support/ChildProcess.h"
 
@@ -46,44 +45,16 @@ class RunLives : public testing::Test {
 };
 
 // What the first chip holds, seen from outside of the process that has it.
-class ChipWatch {
+class ChipWatch final : public ChipFileWatch {
  public:
-  explicit ChipWatch(RunPlace const& place) {
-    int const file = ::open((place.chips() + "/fap-0.chip").c_str(), O_RDONLY | O_CLOEXEC);
-    EXPECT_GE(file, 0);
-    bytes_ = Chip::ChipState::kHeaderBytes + Chip::ChipMemoryMap::bytes();
-    void* const mapped = ::mmap(nullptr, bytes_, PROT_READ, MAP_SHARED, file, 0);
-    EXPECT_NE(mapped, MAP_FAILED);
-    ::close(file);
-    start_ = static_cast<unsigned char const*>(mapped);
+  explicit ChipWatch(RunPlace const& place) : ChipFileWatch(place) {
     auto const* const memory = Chip::ChipMemoryMap::find(282, 0x3130000);
-    rows_ = start_ + Chip::ChipState::kHeaderBytes + memory->storedAt;
+    rows_ = start() + Chip::ChipState::kHeaderBytes + memory->storedAt;
     rowBytes_ = memory->rowBytes;
   }
-  ChipWatch(ChipWatch const&) = delete;
-  ChipWatch& operator=(ChipWatch const&) = delete;
-  ~ChipWatch() {
-    end();
-    ::munmap(const_cast<unsigned char*>(start_), bytes_);
-  }
+  ~ChipWatch() { end(); }
 
-  // Looks on until end(), in a thread of its own.
-  void begin() {
-    thread_ = std::thread([this] {
-      while (!ending_) {
-        missing_ += missingNow();
-        ++rounds_;
-      }
-    });
-  }
-  void end() {
-    ending_ = true;
-    if (thread_.joinable()) thread_.join();
-  }
-  std::uint64_t missing() const { return missing_; }
-  std::uint64_t rounds() const { return rounds_; }
-
-  unsigned missingNow() const {
+  unsigned missingNow() const override {
     unsigned missing = 0;
     for (unsigned row = 0; row < kRows; ++row) {
       std::uint32_t word = 0;
@@ -94,14 +65,8 @@ class ChipWatch {
   }
 
  private:
-  unsigned char const* start_ = nullptr;
-  unsigned char const* rows_ = nullptr;
-  std::size_t bytes_ = 0;
+  std::byte const* rows_ = nullptr;
   std::size_t rowBytes_ = 0;
-  std::thread thread_;
-  std::atomic<bool> ending_ = false;
-  std::atomic<std::uint64_t> missing_ = 0;
-  std::atomic<std::uint64_t> rounds_ = 0;
 };
 
 TEST_F(RunLives, SecondWriterIsRefusedWithThree) {
