@@ -151,16 +151,17 @@ ControlPlane::Start ControlPlane::fapAdd(FapId fap, Tell const& tell) {
     addShadow(live, fap, warm, tell);
   }
   faps_.fapIdIs(fap, true);
+  std::vector<Reconciliation> reconciled;
   for (LiveTable const* const live : ready) {
-    if (warm && live->isExactMatch()) {
-      reconcile(*live, only(fap));
+    if (warm) {
+      bringInStep(*live, only(fap), reconciled);
     } else {
       download(*live, only(fap));
     }
   }
   bool const downloaded = ready.size() == tables_.size();
   awaitsSync_ |= !downloaded;
-  return {.fap = fap, .warm = warm, .downloaded = downloaded};
+  return {.fap = fap, .warm = warm, .downloaded = downloaded, .reconciled = std::move(reconciled)};
 }
 
 void ControlPlane::addShadow(LiveTable const& table, FapId fap, bool warm, Tell const& tell) {
@@ -183,15 +184,19 @@ void ControlPlane::fapDel(FapId fap) {
 
 std::vector<ControlPlane::Reconciliation> ControlPlane::syncDone() {
   std::vector<Reconciliation> reconciled;
-  for (LiveTable const& live : tables_) {
-    if (live.isExactMatch()) {
-      reconciled.push_back(reconcile(live, faps_));
-    } else {
-      download(live, faps_);
-    }
-  }
+  for (LiveTable const& live : tables_) bringInStep(live, faps_, reconciled);
   awaitsSync_ = false;
   return reconciled;
+}
+
+// On chips that are in use: they may hold what the stores don't.
+void ControlPlane::bringInStep(LiveTable const& table, Fapmask const& faps,
+                               std::vector<Reconciliation>& reconciled) {
+  if (table.isExactMatch()) {
+    reconciled.push_back(reconcile(table, faps));
+  } else {
+    download(table, faps);
+  }
 }
 
 Fapmask ControlPlane::restart() {

@@ -50,18 +50,19 @@ class ControlPlane {
     Figures& operator+=(Figures const& other);
   };
 
-  // How a FAP has come up.
-  struct Start {
-    Sluice::FapId fap;
-    bool warm;        // the chip held something
-    bool downloaded;  // from every table; else syncDone() does it
-  };
   // How an exact-match table was brought back in step with its shadow.
   struct Reconciliation {
     LiveTable const* table;
     bool done;              // else it has failed on its way
     std::uint64_t removed;  // stale entries
     Sluice::SendOutcome sent;
+  };
+  // How a FAP has come up.
+  struct Start {
+    Sluice::FapId fap;
+    bool warm;        // the chip held something
+    bool downloaded;  // from every table; else syncDone() does it
+    std::vector<Reconciliation> reconciled;
   };
   // Is told of each old store before it is emptied.
   using Tell = std::function<void(FormerStore const&)>;
@@ -124,6 +125,8 @@ class ControlPlane {
   void makeTables();
   void addShadow(LiveTable const& table, Sluice::FapId fap, bool warm, Tell const& tell);
   void end() noexcept;
+  void bringInStep(LiveTable const& table, Sluice::Fapmask const& faps,
+                   std::vector<Reconciliation>& reconciled);
   LoamAsicUtils::HwShadowKey shadowOf(LiveTable const& table, Sluice::FapId fap) const;
 
   Dovel::Ptr<Chip::SoftwareChip> chip_;

@@ -128,18 +128,18 @@ void RunReport::formerStore(FormerStore const& former) {
 
 void RunReport::started(ControlPlane::Start const& start) {
   std::string text = fmt::format("FAP {} is up: ", start.fap);
-  if (!start.warm) {
-    text += "the chip was blank, all tables are downloaded";
-  } else if (start.downloaded) {
-    text += "the chip was in use, all tables are downloaded";
-  } else {
-    text += "the chip was in use and keeps its rows until sync-done";
+  text += start.warm ? "the chip was in use and keeps its rows until sync-done"
+                     : "the chip was blank, all tables are downloaded";
+  if (!start.reconciled.empty()) {
+    text += ", but for the shared tables: direct ones are downloaded, " +
+            reconciledText(start.reconciled, "exact-match table");
   }
   event({{"event", "fap-add"},
          {"fap", start.fap.value()},
          {"start", start.warm ? "warm" : "cold"},
          {"downloaded", start.downloaded}},
         text);
+  eachReconciled(start.reconciled);
 }
 
 void RunReport::resetItself(Sluice::FapId fap) {

@@ -71,7 +71,7 @@ void SchanChannel::run(SchanCmd& cmd, SendOutcome& outcome) {
 }
 
 SchanChannel::Sent SchanChannel::prepared(SchanCmd& cmd) {
-  SchanResponse* const block = cmd.responseBlock(static_cast<unsigned>(cmd.fapmask().fapIds().size()));
+  SchanResponse* const block = cmd.responseBlock();
   Sluice::FlushPass const* const pass = cmd.flushPass();
   unsigned const transfers = cmd.bulkTransferCount();
   if (transfers != 0 || pass != nullptr) return {cmd, transfers, pass, true, block};

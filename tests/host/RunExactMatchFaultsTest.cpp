@@ -133,6 +133,22 @@ TEST_F(RunExactMatchFaults, PassThatFailsOverAndOverLeavesStaleEntriesAndMissesN
   EXPECT_EQ(events.of("verify")[1]["clean"], true);
 }
 
+TEST_F(RunExactMatchFaults, FapThatComesBackWithRowsIsReconciledAtOnceAndItsFailureTold) {
+  std::vector<std::string> const leaving =
+      joined({kMplsTable.rows(0, 20),
+              {kFlush, fault(R"("kind":"failPass","fap":1)"), R"({"op":"fap-del","fap":1})"}});
+  std::string const kAdd = R"({"op":"fap-add","fap":1})";
+  Outcome const good = place_.run(joined({leaving, {kAdd, kVerify}}), "--faps 2");
+  EXPECT_EQ(good.exitCode, 0) << good.out;
+  EXPECT_THAT(good.out,
+              HasSubstr("\nFAP 1 is up: the chip was in use and keeps its rows until sync-done, but "
+                        "for the shared tables: direct ones are downloaded, 3 exact-match tables "
+                        "are reconciled, 0 stale entries removed\n"));
+  Outcome const bad = place_.run(joined({leaving, {refuseKey(1, "badDatabase"), kAdd}}), "--faps 2");
+  EXPECT_THAT(bad.out, HasSubstr("downloaded, 2 of 3 exact-match tables are reconciled, 0 stale entries "
+                                 "removed\n  MplsIsemHwEm: the reconciliation FAILED ("));
+}
+
 TEST_F(RunExactMatchFaults, PassThatFailsOnceIsTriedAgain) {
   RunEvents const events =
       place_.events(joined({kMplsTable.rows(0, 20),

@@ -10,11 +10,11 @@ EmGenericWriteCommand::~EmGenericWriteCommand() {
   if (response_.currentVa != 0) DmaMemBufferMgrSingleton::singleton().responsesGive(response_, faps_);
 }
 
-Sluice::SchanResponse* EmGenericWriteCommand::responseBlock(unsigned int faps) {
-  if (faps == 0) return nullptr;
+Sluice::SchanResponse* EmGenericWriteCommand::responseBlock() {
   if (response_.currentVa == 0) {
-    response_ = DmaMemBufferMgrSingleton::singleton().responsesTake(faps);
-    faps_ = faps;
+    faps_ = static_cast<unsigned>(fapmask().fapIds().size());
+    if (faps_ == 0) return nullptr;
+    response_ = DmaMemBufferMgrSingleton::singleton().responsesTake(faps_);
   }
   return reinterpret_cast<Sluice::SchanResponse*>(response_.currentVa);
 }

@@ -23,7 +23,7 @@ class EmGenericWriteCommand : public LoamMdb::EmTableSchanCmdlet {
   unsigned int dwc_write() const final { return sizeof(Sluice::schan_xmsg_user_) / sizeof(std::uint32_t); }
   // The answers go into responseBlock().
   unsigned int dwc_read() const final { return 0; }
-  Sluice::SchanResponse* responseBlock(unsigned int faps) final;
+  Sluice::SchanResponse* responseBlock() final;
 
   // Writes the messages of all cmdlets, one after the other.
   virtual void fillCmdletsIntoBuf(std::span<std::uint32_t> buf);

@@ -35,9 +35,9 @@ class SchanCmd : public Dovel::Node {
   // The pass that each FAP's flush machine is to run; null for other commands.
   virtual FlushPass const* flushPass() const { return nullptr; }
 
-  // Where the answers of that many FAPs, in ascending order, are to stand for as long as the command lives;
+  // Where the answers of the mask's FAPs, in ascending order, are to stand for as long as the command lives;
   // null for commands that need them no longer than readRespFromBuf() does. Asked once a sending.
-  virtual SchanResponse* responseBlock(unsigned int /*faps*/) { return nullptr; }
+  virtual SchanResponse* responseBlock() { return nullptr; }
 
  private:
   friend class SchanCmds;

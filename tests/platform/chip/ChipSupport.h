@@ -86,10 +86,7 @@ class TestCmd : public Dovel::Tracked<TestCmd, Sluice::SchanCmdBase> {
   unsigned int bulkTransferCount() const override { return static_cast<unsigned>(transfers_.size()); }
   Sluice::BulkTransfer bulkTransfer(unsigned int number) const override { return transfers_.at(number); }
   Sluice::FlushPass const* flushPass() const override { return pass_ ? &*pass_ : nullptr; }
-  Sluice::SchanResponse* responseBlock(unsigned int faps) override {
-    blockFaps = faps;
-    return block;
-  }
+  Sluice::SchanResponse* responseBlock() override { return block; }
 
   Sluice::SchanStatus status(std::size_t number = 0) const {
     return static_cast<Sluice::SchanStatus>(answers.at(number * 8));
@@ -118,7 +115,6 @@ class TestCmd : public Dovel::Tracked<TestCmd, Sluice::SchanCmdBase> {
   unsigned reads = 0;
   Words answers;
   Sluice::SchanResponse* block = nullptr;
-  unsigned blockFaps = 0;
 };
 
 template <class... Args>
