@@ -19,6 +19,7 @@ class ArrayKey : public KeyRecord<ArrayKey<Traits>> {
   ArrayKey(std::uint8_t arrayIndex, std::uint32_t entryIndex)
       : arrayIndex_(arrayIndex), entryIndex_(entryIndex) {
     check();
+    this->storeInWords();
   }
   explicit ArrayKey(Orlo::CharRange& range) { this->read(range); }
 

@@ -3,13 +3,16 @@
 // any bytes, also on those of a torn copy. One thread at a time changes a key.
 #pragma once
 
+#include <array>
 #include <compare>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "runtime/Dovel/String.h"
@@ -46,8 +49,8 @@ class KeyRecord : public KeyRecordTag {
   // The same in every process: stores keep it.
   [[gnu::always_inline]] std::uint32_t hash(unsigned int seed) const {
     Orlo::Hash state(seed);
-    std::apply([&state](auto const&... member) { (state.hashMix(Orlo::hashSingleAttr(member)), ...); },
-               Key::members(self()));
+    forEachMember([&state](auto const& member)
+                      __attribute__((always_inline)) { state.hashMix(Orlo::hashSingleAttr(member)); });
     return state.result();
   }
 
@@ -65,6 +68,21 @@ class KeyRecord : public KeyRecordTag {
 
  protected:
   KeyRecord() = default;
+
+  // Stores all members once more, in words as large as those in which a key is copied. A copy of what was
+  // stored in narrower pieces has to wait until these are in the cache, and everything begun before them has
+  // ended: a look-up of a key that was just made would wait for the look-up before it.
+  [[gnu::always_inline]] constexpr void storeInWords() {
+    if (std::is_constant_evaluated()) return;
+    std::array<std::uint64_t, (sizeof(Key) + 7) / 8> words{};
+    std::size_t at = 0;
+    forEachMember([&](auto const& member) __attribute__((always_inline)) {
+      at = (at + sizeof member - 1) / sizeof member * sizeof member;
+      words[at / 8] |= Orlo::numberOf(member) << at % 8 * 8;
+      at += sizeof member;
+    });
+    std::memcpy(static_cast<void*>(&self()), words.data(), sizeof(Key));
+  }
 
   // Reads "Type(name:value,name:value)"; the bounds are checked after the last member.
   void read(Orlo::CharRange& range) {
@@ -85,8 +103,18 @@ class KeyRecord : public KeyRecordTag {
 
   static constexpr std::size_t kCount = std::tuple_size_v<decltype(Key::memberNames)>;
 
-  Key& self() { return static_cast<Key&>(*this); }
-  Key const& self() const { return static_cast<Key const&>(*this); }
+  constexpr Key& self() { return static_cast<Key&>(*this); }
+  constexpr Key const& self() const { return static_cast<Key const&>(*this); }
+
+  // In declaration order. Inlined whole, which std::apply is not.
+  template <class Visit>
+  [[gnu::always_inline]] constexpr void forEachMember(Visit&& visit) const {
+    [&]<std::size_t... At>(std::index_sequence<At...>) __attribute__((always_inline)) {
+      auto const members = Key::members(self());
+      (visit(std::get<At>(members)), ...);
+    }
+    (std::make_index_sequence<kCount>());
+  }
 
   template <std::size_t... Further>
   void readMembers(Orlo::CharRange& range, std::index_sequence<Further...>) {

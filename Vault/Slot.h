@@ -80,12 +80,10 @@ class Slot {
   // Where the value stands: for the writing thread, until its next call.
   void* valueAddress() const { return cells_ + kFirstValueCell; }
 
-  // Brings the part of the slot that a search reads last into the cache.
-  void prefetch() const { __builtin_prefetch(cells_ + kHashCell); }
-  // And that which it reads first.
-  void prefetchAll() const {
+  // Asks for all of the slot, which may lie in two lines of the cache.
+  void prefetch() const {
     __builtin_prefetch(cells_);
-    prefetch();
+    __builtin_prefetch(cells_ + kHashCell);
   }
 
  private:

@@ -29,6 +29,8 @@ class SlotWriterTable : public SlotWriterTableCommon {
       throwOutOfRange(id);
     return SlotType(slots_ + std::size_t{id} * kShape.slotCells());
   }
+  // Asks for a slot whose id a link gives, which need not be one.
+  void prefetch(std::uint32_t id) const { __builtin_prefetch(slots_ + std::size_t{id} * kShape.slotCells()); }
   SlotType lookaside() const { return SlotType(header().lookasideCells()); }
 
   // Gives a slot new contents, of which readers see either the old or the new in whole; it is occupied then.

@@ -67,7 +67,8 @@ class SlotWriterTableCommon : public Dovel::Debuggable {
   // Deletes the file.
   void cleanup();
 
-  // The crash mark and check of reentrancy. Not a lock.
+  // The crash mark and check of reentrancy. Not a lock. An exception between the two leaves the mark
+  // standing, as a crash does.
   void enterCriticalSection() {
     Mem::Cell& cell = header().runtimeFlagsCell();
     Mem::Cell const word = Mem::SharedWord::ownWord(cell);
@@ -79,25 +80,6 @@ class SlotWriterTableCommon : public Dovel::Debuggable {
     Mem::Cell& cell = header().runtimeFlagsCell();
     Mem::SharedWord::leaveCritical(cell, Mem::SharedWord::ownWord(cell) & ~SlotTable::kCriticalBit);
   }
-
-  // Enters the critical section and leaves it with the scope, unless an exception passes through: the mark
-  // then stands, as after a crash.
-  class CriticalSectionAnchor {
-   public:
-    explicit CriticalSectionAnchor(SlotWriterTableCommon& table)
-        : table_(table), exceptions_(std::uncaught_exceptions()) {
-      table_.enterCriticalSection();
-    }
-    CriticalSectionAnchor(CriticalSectionAnchor const&) = delete;
-    CriticalSectionAnchor& operator=(CriticalSectionAnchor const&) = delete;
-    ~CriticalSectionAnchor() {
-      if (std::uncaught_exceptions() == exceptions_) table_.leaveCriticalSection();
-    }
-
-   private:
-    SlotWriterTableCommon& table_;
-    int exceptions_;
-  };
 
   SlotHeaderCommon header() const { return SlotHeaderCommon(header_); }
   std::uint32_t numSlots() const { return numSlots_; }

@@ -111,45 +111,42 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   // and Dovel::MemoryResourceException where the table can't grow.
   Value const* write(Value const& value, bool update) override {
     checkMine("write");
-    Key const key = Ops::KeyOps::key(value);
+    // Not copied here, nor below: a copy in one piece of a key that was just put together has to wait until
+    // that is in the cache, and all that is done before it.
+    auto const& key = Ops::KeyOps::key(value);
     std::uint32_t const hash = map_.hashOf(key);
     std::uint32_t const bucket = map_.bucketOf(hash);
     DOVEL_ASSERT(!isDirect(), "VaultWriter", "{}", unbalanced("writing value", key));
-    SlotWriterTableCommon::CriticalSectionAnchor const critical(slots_);
+    slots_.enterCriticalSection();
     Mem::Cell* prevLink = nullptr;
     Mem::Cell* currLink = nullptr;
-    bool const exists = map_.find(key, bucket, prevLink, currLink, hash);
-    std::uint32_t const id = exists ? HashMap::linkIn(*prevLink).id() : takeSlot(prevLink, hash);
-    SlotType const slot = slots_[id];
-    traceSlot(exists ? "existing" : "new", key, bucket, id, slot);
-    if (exists && !update) return valueOf(slot);
-    if (exists) {
+    if (!map_.find(key, bucket, prevLink, currLink, hash)) return insert(value, hash, prevLink);
+    std::uint32_t const id = HashMap::linkIn(*prevLink).id();
+    SlotType const slot(currLink);
+    traceSlot("existing", key, bucket, id, slot);
+    if (update) {
       slots_.update(slot, value);
       ++counters_.updates;
-    } else {
-      linkFresh(slot, *prevLink);
-      slots_.update(slot, value);
-      HashMap::relink(*prevLink, id);
+      slots_.anchor() = map_.anchorOf(currLink, slot.link());
+      herald_->post({id});
     }
-    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
-    herald_->post({id});
-    if (!exists) growBucketsIfFull();
+    slots_.leaveCriticalSection();
     return valueOf(slot);
   }
 
   bool remove(Key const& removed, Value& value) override {
     checkMine("remove");
-    Key const key = removed;
-    std::uint32_t const hash = map_.hashOf(key);
+    std::uint32_t const hash = map_.hashOf(removed);
     std::uint32_t const bucket = map_.bucketOf(hash);
-    DOVEL_ASSERT(!isDirect(), "VaultWriter", "{}", unbalanced("removing key", key));
+    DOVEL_ASSERT(!isDirect(), "VaultWriter", "{}", unbalanced("removing key", removed));
     Mem::Cell* prevLink = nullptr;
     Mem::Cell* currLink = nullptr;
-    if (!map_.find(key, bucket, prevLink, currLink, hash)) {
+    Key const key = removed;  // it may be part of the value that is about to be filled
+    if (!map_.find(removed, bucket, prevLink, currLink, hash)) {
       DOVEL_TRACE(handler_, 9, "VaultWriter", "{} bucket:{} not found", key, bucket);
       return false;
     }
-    SlotWriterTableCommon::CriticalSectionAnchor const critical(slots_);
+    slots_.enterCriticalSection();
     std::uint32_t const id = HashMap::linkIn(*prevLink).id();
     SlotType const slot(currLink);
     slot.template copyOut<Ops::valueSize>(&value);
@@ -164,17 +161,18 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     DOVEL_TRACE(handler_, 9, "VaultWriter", "{} bucket:{} slot:{}", key, bucket, id);
     shrinkIfSparse();
     if (slots_.header().occupiedSlots() < map_.shrinkThreshold()) map_.shrinkBuckets();
+    slots_.leaveCriticalSection();
     return true;
   }
 
   Value const* lookup(Key const& key, bool& found, void* out) const override {
     checkMine("lookup");
     ++counters_.lookups;
-    Value const* const value = map_.lookup(key, found, out);
-    if (found) return value;
-    Value const& none = Ops::ValueOps::type_default_;
-    if (out != nullptr) std::memcpy(out, &none, Ops::valueSize);
-    return &none;
+    std::uint32_t const hash = map_.hashOf(key);
+    Value const* const first = map_.lookupFirst(key, map_.bucketOf(hash), out);
+    if (first == nullptr) return lookupInChain(key, hash, found, out);
+    found = true;
+    return first;
   }
   bool first(Value& value, IterHint& hint) const override {
     checkMine("first");
@@ -188,7 +186,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   // Opens the critical section, which stays open until directCommit(); throws as write() does.
   void directWrite(Value const& value) override {
     checkMine("directWrite");
-    Key const key = Ops::KeyOps::key(value);
+    auto const& key = Ops::KeyOps::key(value);
     std::uint32_t const hash = map_.hashOf(key);
     std::uint32_t const bucket = map_.bucketOf(hash);
     DOVEL_ASSERT(!isDirect(), "VaultWriter", "{}", unbalanced("modifying key", key));
@@ -241,8 +239,9 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   // Gives back slots where occupancy has fallen far enough; removals do so by themselves.
   void shrink() override {
     checkMine("shrink");
-    SlotWriterTableCommon::CriticalSectionAnchor const critical(slots_);
+    slots_.enterCriticalSection();
     shrinkIfSparse();
+    slots_.leaveCriticalSection();
   }
 
   // For the parts of the writer and for the check.
@@ -307,6 +306,21 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
                 slot.link().next);
   }
 
+  // The rest of a write whose key is not there, inside the critical section. prevLink: the place for it.
+  [[gnu::noinline]] Value const* insert(Value const& value, std::uint32_t hash, Mem::Cell* prevLink) {
+    std::uint32_t const id = takeSlot(prevLink, hash);
+    SlotType const slot = slots_[id];
+    traceSlot("new", Ops::KeyOps::key(value), map_.bucketOf(hash), id, slot);
+    linkFresh(slot, *prevLink);
+    slots_.update(slot, value);
+    HashMap::relink(*prevLink, id);
+    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
+    herald_->post({id});
+    growBucketsIfFull();
+    slots_.leaveCriticalSection();
+    return valueOf(slot);
+  }
+
   // Takes a slot off the free list for the place behind prevLink, which stays right if the table grows.
   std::uint32_t takeSlot(Mem::Cell*& prevLink, std::uint32_t hash) {
     if (slots_.header().freeList() == SlotLink::kNil) [[unlikely]] {
@@ -352,6 +366,18 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     slot.valueIs(slots_.lookaside());
     link.sequence += SlotLink::kLookaside;
     Mem::SharedWord::closeValue(slot.linkCell(), link.word());
+  }
+
+  // Apart, so that the short way of a look-up saves no registers for this one.
+  [[gnu::noinline]] Value const* lookupInChain(Key const& key, std::uint32_t hash, bool& found,
+                                               void* out) const {
+    Value const* const value = map_.lookup(key, map_.bucketOf(hash), hash, out);
+    found = value != nullptr;
+    if (found) [[likely]]
+      return value;
+    Value const& none = Ops::ValueOps::type_default_;
+    if (out != nullptr) std::memcpy(out, &none, Ops::valueSize);
+    return &none;
   }
 
   void growBucketsIfFull() {

@@ -55,7 +55,7 @@ class BucketReaderCommon : public Dovel::Debuggable {
   // A walk may have been one of a table that has been superseded.
   [[noreturn]] void throwNumBucketsMismatch(NumBuckets found) const;
 
-  NumBuckets published() const {
+  [[gnu::always_inline]] NumBuckets published() const {
     return NumBuckets::fromWord(Mem::SharedWord::readCount(header_[BucketTable::kNumBucketsCell]));
   }
 

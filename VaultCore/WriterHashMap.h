@@ -63,33 +63,41 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   // Looks for the key in its bucket. prevLink: what leads to the record or to where it belongs; currLink: the
   // record's slot, or the last that was looked at. Every slot on the way is checked.
   // Throws Dovel::CorruptionDetectedException.
-  bool find(Key const& key, std::uint32_t bucket, Mem::Cell*& prevLink, Mem::Cell*& currLink,
-            std::uint32_t hash) const {
+  [[gnu::always_inline]] bool find(Key const& key, std::uint32_t bucket, Mem::Cell*& prevLink,
+                                   Mem::Cell*& currLink, std::uint32_t hash) const {
     if (bucket >= buckets_.numBuckets()) [[unlikely]]
       buckets_.throwOutOfRange(bucket);
-    if (debugHandler().isOn(9)) [[unlikely]]
-      return searchTraced(key, bucket, prevLink, currLink, hash);
-    return search<false>(key, bucket, prevLink, currLink, hash);
+    bool const isOn = debugHandler().isOn(9);
+    Place const place = isOn ? searchTraced(key, bucket, hash) : search<false>(key, bucket, hash);
+    prevLink = place.prev;
+    currLink = place.curr;
+    return place.found;
   }
 
   // The record of the key, as long as nothing is called; null where there is none. It is copied to `out` too,
   // unless that is null.
-  Value const* lookup(Key const& key, bool& found, void* out) const {
-    std::uint32_t const hash = hashOf(key);
-    std::uint32_t const bucket = bucketOf(hash);
+  Value const* lookup(Key const& key, std::uint32_t bucket, std::uint32_t hash, void* out) const {
     Mem::Cell* prevLink = nullptr;
     Mem::Cell* currLink = nullptr;
-    found = find(key, bucket, prevLink, currLink, hash);
-    if (!found) {
+    if (!find(key, bucket, prevLink, currLink, hash)) {
       slots_.anchor() = {};
       DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found bucket:{}", key, bucket);
       return nullptr;
     }
     DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found bucket:{} slotId:{}", key, bucket,
                 linkIn(*prevLink).id());
-    SlotType const slot(currLink);
-    if (out != nullptr) slot.template copyOut<Ops::valueSize>(out);
-    return static_cast<Value const*>(slot.valueAddress());
+    return valueIn(SlotType(currLink), out);
+  }
+
+  // The same where the record is the first of its chain, as two of three are. Null says nothing yet.
+  [[gnu::always_inline]] Value const* lookupFirst(Key const& key, std::uint32_t bucket, void* out) const {
+    SlotLink const head = linkIn(buckets_.headCell(bucket));
+    if (!head.leadsToSlot() || debugHandler().isOn(9)) return nullptr;
+    SlotType const slot = slots_[head.id()];
+    SlotLink const link = slot.link();
+    if (!link.occupied() || !(keyIn(slot) == key)) return nullptr;
+    slots_.anchor() = anchorOf(&slot.linkCell(), link);
+    return valueIn(slot, out);
   }
 
   // The first record at or after the bucket, in the order of reversed hashes.
@@ -186,60 +194,64 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
 
  private:
-  // All that the loop needs is in locals: the cells that the caller's pointers and the tables' members are
-  // may be one and the same to the compiler.
+  [[gnu::always_inline]] static Value const* valueIn(SlotType slot, void* out) {
+    if (out != nullptr) slot.template copyOut<Ops::valueSize>(out);
+    return static_cast<Value const*>(slot.valueAddress());
+  }
+
+  // Where a search has come to, see find().
+  struct Place {
+    Mem::Cell* prev;
+    Mem::Cell* curr;
+    bool found;
+  };
+
+  // Short, and its result in registers: what a look-up in a large table costs is how many of them the
+  // processor has under way while it waits for memory, and that is how many fit into its window of
+  // instructions.
   template <bool traced>
-  [[gnu::always_inline]] bool search(Key const& wanted, std::uint32_t bucket, Mem::Cell*& prevLink,
-                                     Mem::Cell*& currLink, std::uint32_t hash) const {
-    Key const key = wanted;
-    std::uint32_t const reversed = reverseBits(hash);
-    std::uint32_t const limit = slots_.numSlots();
+  [[gnu::always_inline]] Place search(Key const& key, std::uint32_t bucket, std::uint32_t hash) const {
     Mem::Cell* prev = &buckets_.headCell(bucket);
     Mem::Cell* curr = prev;
-    bool found = false;
-    std::uint32_t steps = 0;
     SlotLink link = linkIn(*prev);
-    while (link.leadsToSlot()) {
-      if (++steps > limit) [[unlikely]]
-        throwHashChainCycle(steps, limit);
+    for (std::uint32_t steps = 1; link.leadsToSlot(); ++steps) {
+      if (steps > slots_.numSlots()) [[unlikely]]
+        throwHashChainCycle(steps, slots_.numSlots());
       SlotType const slot = slots_[link.id()];
-      slot.prefetch();
       curr = &slot.linkCell();
       SlotLink const next = slot.link();
       if (!next.occupied()) [[unlikely]]
         throwNotOccupied(link.id());
       Key const slotKey = keyIn(slot);
-      std::uint32_t const slotHash = slot.hash();
       // A key that equals the wanted one needs no check of its bucket.
-      if (slotHash == reversed && slotKey == key) {
-        if constexpr (traced) traceFound(key, link.id(), next);
+      if (slotKey == key) {
+        if constexpr (traced)
+          DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found curr:{} next:{:#x}", key, link.id(),
+                      next.next);
         slots_.anchor() = anchorOf(curr, next);
-        found = true;
-        break;
+        return {prev, curr, true};
       }
+      slots_.prefetch(next.id());
       if (!belongs(hashOf(slotKey), bucket)) [[unlikely]]
         throwCorruptKey(link.id());
+      std::uint32_t const slotHash = slot.hash();
+      std::uint32_t const reversed = reverseBits(hash);
       if (slotHash > reversed || (slotHash == reversed && key < slotKey)) break;
       if constexpr (traced)
         DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} next curr:{}", key, link.id());
       prev = curr;
       link = next;
     }
-    if constexpr (traced) {
-      if (!found)
-        DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found curr:{} next:{:#x}", key, link.id(),
-                    link.next);
-    }
-    prevLink = prev;
-    currLink = curr;
-    return found;
+    if constexpr (traced)
+      DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found curr:{} next:{:#x}", key, link.id(),
+                  link.next);
+    return {prev, curr, false};
   }
 
   // Apart, so that what traces need is not in the way of searches that aren't traced.
-  [[gnu::noinline, gnu::cold]] bool searchTraced(Key const& wanted, std::uint32_t bucket,
-                                                 Mem::Cell*& prevLink, Mem::Cell*& currLink,
-                                                 std::uint32_t hash) const {
-    return search<true>(wanted, bucket, prevLink, currLink, hash);
+  [[gnu::noinline, gnu::cold]] Place searchTraced(Key const& key, std::uint32_t bucket,
+                                                  std::uint32_t hash) const {
+    return search<true>(key, bucket, hash);
   }
 
   // Far enough ahead to hide a miss of the cache behind the work on the buckets between.
@@ -366,10 +378,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return step(key, link, bucket, value, hint);
   }
 
-  void traceFound(Key const& key, std::uint32_t slot, SlotLink link) const {
-    DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found curr:{} next:{:#x}", key, slot, link.next);
-  }
-
   // Walks a chain for as long as `goesOn` says of each link, and returns the one at which it stopped.
   template <class GoesOn>
   [[gnu::always_inline]] Mem::Cell& walk(std::uint32_t bucket, GoesOn&& goesOn) const {
@@ -426,35 +434,34 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     });
   }
 
+  // In buckets; smaller ones fit into the processor's cache, where asking ahead costs more than it saves.
+  static constexpr std::uint32_t kLargeTable = 1u << 13;
+
   // Called for each bucket in turn: asks for the first slot of a bucket far ahead, and for the second one of
   // a bucket that is half as far, whose first has come by now. Without branches: which chains are empty can't
   // be foretold.
   void prefetchChain(std::uint32_t bucket, std::uint32_t limit) const {
+    if (limit < kLargeTable) return;
     std::uint32_t const last = limit - 1;
     prefetchFirst(std::min(bucket + kPrefetchDistance, last));
     prefetchSecond(std::min(bucket + kPrefetchDistance / 2, last));
   }
-  void prefetchFirst(std::uint32_t bucket) const { slotOf(buckets_.head(bucket)).prefetchAll(); }
-  void prefetchSecond(std::uint32_t bucket) const {
-    slotOf(slotOf(buckets_.head(bucket)).link()).prefetchAll();
-  }
+  void prefetchFirst(std::uint32_t bucket) const { slotOf(buckets_.head(bucket)).prefetch(); }
+  void prefetchSecond(std::uint32_t bucket) const { slotOf(slotOf(buckets_.head(bucket)).link()).prefetch(); }
 
   // The same for an iteration that comes to the bucket: in its order heads are as far apart as slots.
   void prefetchFollowing(std::uint32_t bucket) const {
     if (buckets_.numBuckets() < kLargeTable) return;
-    __builtin_prefetch(&buckets_.headCell(later(bucket, 24)));
-    prefetchFirst(later(bucket, 16));
-    prefetchSecond(later(bucket, 8));
-  }
-  // The bucket that is so many steps later in the order of iteration, or the last.
-  std::uint32_t later(std::uint32_t bucket, std::uint32_t steps) const {
     unsigned const shift = 32 - buckets_.bits();
     std::uint32_t const step = reverseBits(bucket) >> shift;
-    return reverseBits(std::min(step + steps, buckets_.numBuckets() - 1) << shift);
+    // The bucket that comes so many steps later, or the last.
+    auto const later = [&](std::uint32_t steps) {
+      return reverseBits(std::min(step + steps, buckets_.numBuckets() - 1) << shift);
+    };
+    __builtin_prefetch(&buckets_.headCell(later(24)));
+    prefetchFirst(later(16));
+    prefetchSecond(later(8));
   }
-  // In buckets; smaller ones fit into the processor's cache, where asking ahead costs more than it saves.
-  static constexpr std::uint32_t kLargeTable = 1u << 13;
-
   // The first slot of all for a link that leads to none, or out of the table: that is told by who follows it.
   SlotType slotOf(SlotLink link) const {
     std::uint32_t const leadsToSlot = (link.next >> 31) - 1;

@@ -139,6 +139,26 @@ TEST(EntryKey, OfEveryTableRoundTripsThroughText) {
   });
 }
 
+// A key that is constructed is stored twice, the second time in whole words.
+TEST(EntryKey, OfSeveralMembersHasTheSameBytesWhetherConstructedOrAssigned) {
+  PRINT_SEED_ON_FAILURE();
+  std::mt19937_64 random(TestSupport::seed());
+  auto const check = []<class Key>(Key const& constructed) {
+    Key assigned;
+    Key::members(assigned) = Key::members(constructed);
+    EXPECT_EQ(std::memcmp(&constructed, &assigned, sizeof assigned), 0) << valueToStrep(constructed);
+  };
+  TestSupport::ExactMatchTables::forEach([&]<class Table>() {
+    using Key = typename Table::EntryKey;
+    for (int i = 0; i < 100; ++i) {
+      auto const key = TestSupport::randomFieldKey<Key>(random);
+      check(std::apply([](auto const&... member) { return Key(member...); }, Key::members(key)));
+      EXPECT_EQ(std::apply([](auto const&... member) { return Key(member...); }, Key::members(key)), key);
+    }
+  });
+  TestSupport::ArrayKeyTables::forEach([&]<class Table>() { check(typename Table::EntryKey(1, 511)); });
+}
+
 TEST(EntryKey, NamesItsTypeAndAttributesInText) {
   EXPECT_EQ(valueToStrep(MplsIsemHwEm::EntryKey(100, 1)),
             "bcm88490_a0::MplsIsemHwEm::EntryKey(mplsLabel:100,mplsBos:1)");
