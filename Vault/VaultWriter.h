@@ -118,20 +118,9 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     std::uint32_t const bucket = map_.bucketOf(hash);
     DOVEL_ASSERT(!isDirect(), "VaultWriter", "{}", unbalanced("writing value", key));
     slots_.enterCriticalSection();
-    Mem::Cell* prevLink = nullptr;
-    Mem::Cell* currLink = nullptr;
-    if (!map_.find(key, bucket, prevLink, currLink, hash)) return insert(value, hash, prevLink);
-    std::uint32_t const id = HashMap::linkIn(*prevLink).id();
-    SlotType const slot(currLink);
-    traceSlot("existing", key, bucket, id, slot);
-    if (update) {
-      slots_.update(slot, value);
-      ++counters_.updates;
-      slots_.anchor() = map_.anchorOf(currLink, slot.link());
-      herald_->post({id});
-    }
-    slots_.leaveCriticalSection();
-    return valueOf(slot);
+    std::uint32_t const first = map_.firstOf(key, bucket);
+    if (first == SlotLink::kNil) return writeInChain(value, update, hash);
+    return overwrite(first, slots_[first], value, update);
   }
 
   bool remove(Key const& removed, Value& value) override {
@@ -169,10 +158,12 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     checkMine("lookup");
     ++counters_.lookups;
     std::uint32_t const hash = map_.hashOf(key);
-    Value const* const first = map_.lookupFirst(key, map_.bucketOf(hash), out);
-    if (first == nullptr) return lookupInChain(key, hash, found, out);
+    std::uint32_t const first = map_.firstOf(key, map_.bucketOf(hash));
+    if (first == SlotLink::kNil) return lookupInChain(key, hash, found, out);
+    SlotType const slot = slots_[first];
+    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
     found = true;
-    return first;
+    return HashMap::valueIn(slot, out);
   }
   bool first(Value& value, IterHint& hint) const override {
     checkMine("first");
@@ -306,7 +297,36 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
                 slot.link().next);
   }
 
-  // The rest of a write whose key is not there, inside the critical section. prevLink: the place for it.
+  // The three ways in which a write goes on inside the critical section, which each of them leaves.
+
+  // Of a key that isn't the first of its chain, if it is there at all. Apart, like lookupInChain(), so that
+  // the short way saves no registers for this one.
+  [[gnu::noinline]] Value const* writeInChain(Value const& value, bool update, std::uint32_t hash) {
+    auto const& key = Ops::KeyOps::key(value);
+    std::uint32_t const bucket = map_.bucketOf(hash);
+    Mem::Cell* prevLink = nullptr;
+    Mem::Cell* currLink = nullptr;
+    if (!map_.find(key, bucket, prevLink, currLink, hash)) return insert(value, hash, prevLink);
+    SlotType const slot(currLink);
+    std::uint32_t const id = HashMap::linkIn(*prevLink).id();
+    traceSlot("existing", key, bucket, id, slot);
+    return overwrite(id, slot, value, update);
+  }
+
+  // Of a key that is there.
+  [[gnu::always_inline]] Value const* overwrite(std::uint32_t id, SlotType slot, Value const& value,
+                                                bool update) {
+    if (update) {
+      slots_.update(slot, value);
+      ++counters_.updates;
+    }
+    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
+    if (update) herald_->post({id});
+    slots_.leaveCriticalSection();
+    return valueOf(slot);
+  }
+
+  // Of a key that is not there. prevLink: the place for it.
   [[gnu::noinline]] Value const* insert(Value const& value, std::uint32_t hash, Mem::Cell* prevLink) {
     std::uint32_t const id = takeSlot(prevLink, hash);
     SlotType const slot = slots_[id];
@@ -368,7 +388,6 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     Mem::SharedWord::closeValue(slot.linkCell(), link.word());
   }
 
-  // Apart, so that the short way of a look-up saves no registers for this one.
   [[gnu::noinline]] Value const* lookupInChain(Key const& key, std::uint32_t hash, bool& found,
                                                void* out) const {
     Value const* const value = map_.lookup(key, map_.bucketOf(hash), hash, out);

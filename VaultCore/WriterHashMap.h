@@ -89,15 +89,19 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return valueIn(SlotType(currLink), out);
   }
 
-  // The same where the record is the first of its chain, as two of three are. Null says nothing yet.
-  [[gnu::always_inline]] Value const* lookupFirst(Key const& key, std::uint32_t bucket, void* out) const {
+  // The slot of the key where it is the first of its chain, as for two of three keys that are there; nil says
+  // nothing yet.
+  [[gnu::always_inline]] std::uint32_t firstOf(Key const& key, std::uint32_t bucket) const {
     SlotLink const head = linkIn(buckets_.headCell(bucket));
-    if (!head.leadsToSlot() || debugHandler().isOn(9)) return nullptr;
+    if (!head.leadsToSlot() || debugHandler().isOn(9)) return SlotLink::kNil;
     SlotType const slot = slots_[head.id()];
-    SlotLink const link = slot.link();
-    if (!link.occupied() || !(keyIn(slot) == key)) return nullptr;
-    slots_.anchor() = anchorOf(&slot.linkCell(), link);
-    return valueIn(slot, out);
+    return slot.link().occupied() && keyIn(slot) == key ? head.id() : SlotLink::kNil;
+  }
+
+  // The record in the slot, copied to `out` too, unless that is null.
+  [[gnu::always_inline]] static Value const* valueIn(SlotType slot, void* out) {
+    if (out != nullptr) slot.template copyOut<Ops::valueSize>(out);
+    return static_cast<Value const*>(slot.valueAddress());
   }
 
   // The first record at or after the bucket, in the order of reversed hashes.
@@ -117,14 +121,12 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       SlotLink const link = slots_[hint.slot].link();
       if (link.sequence == hint.sequence) {
         if (validator_ != nullptr) return step(key, link, hint.bucket, value, hint);
-        IterHint const before = hint;
         try {
           return step(key, link, hint.bucket, value, hint);
         } catch (Dovel::RuntimeException const& caught) {
           DOVEL_TRACE(debugHandler(), 5, "WriterHashMap",
                       "saw exception in fast path: {}. This might be okay, dropping to slow path to find out",
                       caught.msg());
-          hint = before;
         }
       }
     }
@@ -194,11 +196,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
 
  private:
-  [[gnu::always_inline]] static Value const* valueIn(SlotType slot, void* out) {
-    if (out != nullptr) slot.template copyOut<Ops::valueSize>(out);
-    return static_cast<Value const*>(slot.valueAddress());
-  }
-
   // Where a search has come to, see find().
   struct Place {
     Mem::Cell* prev;
@@ -309,7 +306,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
            (bits > 0 && named == BucketTable::nextBucket(bucket, bits - 1));
   }
 
-  // From a link of the bucket's chain on to the next record.
+  // From a link of the bucket's chain on to the next record. Where that throws, the hint is as it was.
   bool take(SlotLink link, std::uint32_t bucket, Value& value, IterHint& hint) const {
     std::uint32_t hops = 0;
     while (!link.leadsToSlot()) {

@@ -12,7 +12,8 @@ BIN = Path(os.environ.get("HWTABLES_BIN_DIR", ROOT / "build/release/bin"))
 BUILT = BIN.parent / "lib/libstore_hot_paths.a"
 
 OPERATIONS = {
-    "Vault::VaultWriter": ("write", "remove", "lookup", "first", "next", "directWrite", "directCommit"),
+    "Vault::VaultWriter": ("write", "writeInChain", "insert", "remove", "lookup", "lookupInChain", "first",
+                           "next", "directWrite", "directCommit"),
     "VaultCore::WriterHashMap": ("find", "lookup", "first", "next"),
     "Vault::VaultReader": ("lookup", "first", "next", "getValue"),
     "VaultCore::ReaderHashMap": ("lookup", "first", "next"),
