@@ -19,6 +19,8 @@ constexpr Key kD{4, 10};
 constexpr Key kE{5, 5};
 constexpr Key kF{6, 1};
 constexpr Key kG{7, 7};
+// Like the first three, and the last of these.
+constexpr Key kH{9, 8};
 
 constexpr Key filler(std::uint32_t number) { return {32 + number, number * 0x9e3779b1U}; }
 
@@ -87,6 +89,7 @@ std::vector<NamedScenario> made() {
       {"ThreeUpdatesOfTwo",
        longer(scenario(kSharing, written({kA, kD}), {write(kA, 2), write(kD, 2), write(kA, 3)}))},
       {"RemovalAndReuseInTheChain", scenario(kSmall, written({kA, kB, kD, kE}), {remove(kB), write(kC, 1)})},
+      {"RemovalAndReuseFartherOn", scenario(kSmall, written({kA, kB, kE}), {remove(kA), write(kH, 1)})},
       {"RemovalAndReuseElsewhere", scenario(kSmall, written({kA, kB, kD, kE}), {remove(kB), write(kF, 1)})},
       {"RemovalAndReturn", scenario(kSharing, written({kA, kB, kD}), {remove(kB), write(kB, 2)})},
       {"RemovalOfTwoAndReuse",
