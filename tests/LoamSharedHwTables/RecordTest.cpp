@@ -152,8 +152,9 @@ TEST(EntryKey, OfSeveralMembersHasTheSameBytesWhetherConstructedOrAssigned) {
     using Key = typename Table::EntryKey;
     for (int i = 0; i < 100; ++i) {
       auto const key = TestSupport::randomFieldKey<Key>(random);
-      check(std::apply([](auto const&... member) { return Key(member...); }, Key::members(key)));
-      EXPECT_EQ(std::apply([](auto const&... member) { return Key(member...); }, Key::members(key)), key);
+      Key const made = std::apply([](auto const&... member) { return Key(member...); }, Key::members(key));
+      check(made);
+      EXPECT_EQ(made, key);
     }
   });
   TestSupport::ArrayKeyTables::forEach([&]<class Table>() { check(typename Table::EntryKey(1, 511)); });

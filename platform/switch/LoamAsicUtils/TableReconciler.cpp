@@ -75,9 +75,7 @@ SendOutcome TableWriter::flushPasses(HwEmTableBase& table, Fapmask const& fapmas
   Fapmask left = fapmask;
   for (unsigned tries = 0; tries <= table.flushHelperHolder()->retryCount(); ++tries) {
     SendOutcome const outcome = send(table, figures, table.formFlushCmds(left, type));
-    all += outcome;
-    all.status = outcome.status;
-    all.failed = outcome.failed;
+    addTry(all, outcome);
     if (outcome.ok()) break;
     left = outcome.failed;
   }

@@ -199,13 +199,8 @@ Sluice::SendOutcome TableWriter::clear(HwCommonShadowTableBase& table, HwShadowK
   }
   Sluice::SendOutcome outcome = send(table, figures, cmds);
   figures.flushed += outcome.flushed;
-  if (auto* const em = dynamic_cast<HwEmTableBase*>(&table); em != nullptr && !outcome.ok()) {
-    // How it ended is told by the last try, what it took by all.
-    Sluice::SendOutcome const again = flushPasses(*em, outcome.failed, FlushCmdType::flushCmdClear);
-    outcome += again;
-    outcome.status = again.status;
-    outcome.failed = again.failed;
-  }
+  if (auto* const em = dynamic_cast<HwEmTableBase*>(&table); em != nullptr && !outcome.ok())
+    addTry(outcome, flushPasses(*em, outcome.failed, FlushCmdType::flushCmdClear));
   for (auto const& watch : watches_)
     if (&watch->table == &table && watch->access.storedCount(watch->shadow) == 0) watch->refusals.clear();
   return outcome;

@@ -33,6 +33,13 @@ class Timed {
   Clock::time_point const start_ = Clock::now();
 };
 
+// What was sent before, and one more try: it took all of that, and ended like the last.
+inline void addTry(Sluice::SendOutcome& all, Sluice::SendOutcome const& last) {
+  all += last;
+  all.status = last.status;
+  all.failed = last.failed;
+}
+
 // Gives something another value for the time of its own life.
 template <class Value>
 class Setting {
