@@ -173,6 +173,16 @@ TEST_F(Reconcile, TriesAPassAgainOnTheFapsAloneThatFailed) {
   EXPECT_EQ(passes.flushPasses, 2U);
 }
 
+TEST_F(Reconcile, ClearTellsOfAllItsTriesAndOfTheEndThatTheLastHad) {
+  leaveStale(rig, table);
+  refuse(1, SchanStatus::badDatabase, 1);
+  auto const cleared = rig.writer->clear(table, shadowKeyOf(table, 0));
+  EXPECT_TRUE(cleared.ok());
+  EXPECT_EQ(cleared.commands, 2U);
+  EXPECT_EQ(cleared.refused, 1U);
+  EXPECT_EQ(cleared.flushPasses, 2U);
+}
+
 TEST_F(Reconcile, AChipThatIsResetInBetweenIsAFailure) {
   leaveStale(rig, table);
   table.scheduleMarkAndSweep(maskOf({0, 1}));
