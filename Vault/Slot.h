@@ -49,10 +49,11 @@ class Slot {
   // The hash stays.
   [[gnu::always_inline]] void valueIs(void const* from) const {
     auto const* const in = static_cast<std::byte const*>(from);
-    for (std::size_t at = 0; at + 8 <= V; at += 8) {
-      Mem::Cell word = 0;
-      std::memcpy(&word, in + at, 8);
-      Mem::SharedWord::storeValueWord(cells_[kFirstValueCell + at / 8], word);
+#pragma GCC unroll 8
+    for (std::size_t word = 0; word < V / 8; ++word) {
+      Mem::Cell bytes = 0;
+      std::memcpy(&bytes, in + word * 8, 8);
+      Mem::SharedWord::storeValueWord(cells_[kFirstValueCell + word], bytes);
     }
     if constexpr (kHashIsHigh) {
       std::uint32_t tail = 0;
@@ -63,12 +64,14 @@ class Slot {
 
   // Value and hash of another slot.
   [[gnu::always_inline]] void contentsAre(Slot other) const {
+#pragma GCC unroll 8
     for (std::size_t cell = kFirstValueCell; cell <= kHashCell; ++cell)
       Mem::SharedWord::storeValueWord(cells_[cell], Mem::SharedWord::loadValueWord(other.cells_[cell]));
   }
   // The value alone.
   [[gnu::always_inline]] void valueIs(Slot other) const {
     constexpr std::size_t kEnd = kHashIsHigh ? kHashCell : kFirstValueCell + V / 8;
+#pragma GCC unroll 8
     for (std::size_t cell = kFirstValueCell; cell < kEnd; ++cell)
       Mem::SharedWord::storeValueWord(cells_[cell], Mem::SharedWord::loadValueWord(other.cells_[cell]));
     if constexpr (kHashIsHigh) {

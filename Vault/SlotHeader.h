@@ -77,10 +77,10 @@ class SlotHeaderCommon {
 
  private:
   Mem::Cell word(std::size_t at) const { return Mem::SharedWord::ownWord(cells_[at]); }
-  void lowHalfIs(std::size_t at, std::uint32_t low) const {
+  [[gnu::always_inline]] void lowHalfIs(std::size_t at, std::uint32_t low) const {
     Mem::SharedWord::storeHeaderWord(cells_[at], Mem::fromHalves(low, Mem::highHalf(word(at))));
   }
-  void highHalfIs(std::size_t at, std::uint32_t high) const {
+  [[gnu::always_inline]] void highHalfIs(std::size_t at, std::uint32_t high) const {
     Mem::SharedWord::storeHeaderWord(cells_[at], Mem::fromHalves(Mem::lowHalf(word(at)), high));
   }
   void typeNameIs(std::string_view name) const;

@@ -51,6 +51,16 @@ class SlotReaderTable : public SlotReaderTableCommon {
     return {link, hash, key};
   }
 
+  // Copies the whole value where it is that of the key, under the link, and no change of it is under way;
+  // false where it isn't, or where one came in between.
+  [[gnu::always_inline]] static bool readIfOf(Key const& key, Mem::Cell const* cells, SlotLink link,
+                                              void* out) {
+    if (!link.occupied() || link.inLookaside() || !(keyIn(cells) == key)) return false;
+    copyOut<Ops::valueSize>(cells, out);
+    Mem::SharedWord::beforeRecheck();
+    return linkIn(*cells).sequence == link.sequence;
+  }
+
   // Copies the whole value and marks it as the one that was read last.
   [[gnu::always_inline]] SlotLink readValue(Mem::Cell const* cells, void* out) {
     SlotLink const link =
@@ -96,6 +106,12 @@ class SlotReaderTable : public SlotReaderTableCommon {
   [[gnu::always_inline]] static std::uint32_t hashIn(Mem::Cell const* cells) {
     Mem::Cell const word = Mem::SharedWord::loadValueWord(cells[kShape.hashOffset() / sizeof(Mem::Cell)]);
     return kShape.hashOffset() % sizeof(Mem::Cell) == 0 ? Mem::lowHalf(word) : Mem::highHalf(word);
+  }
+
+  [[gnu::always_inline]] static Key keyIn(Mem::Cell const* cells) {
+    Key key;
+    copyOut<sizeof key>(cells, &key);
+    return key;
   }
 
   template <std::size_t Bytes>

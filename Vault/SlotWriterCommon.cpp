@@ -183,29 +183,34 @@ void SlotWriterTableCommon::resize(std::uint32_t newNumSlots) {
   DOVEL_TRACE(debugHandler(), 5, "SlotWriterTable", "to {} successfully", newNumSlots);
 }
 
+// The value's size is a multiple of 4; what stands behind it is 0.
+void SlotWriterTableCommon::defaultContentsTo(Mem::Cell* cells) const {
+  auto const* const value = static_cast<std::byte const*>(defaultValue_);
+  for (std::uint32_t cell = 1, at = 0; cell < shape_.slotCells(); ++cell, at += 8) {
+    Mem::Cell word = 0;
+    if (at < shape_.valueSize) std::memcpy(&word, value + at, std::min(shape_.valueSize - at, 8u));
+    Mem::SharedWord::storeValueWord(cells[cell], word);
+  }
+}
+
 std::uint32_t SlotWriterTableCommon::initializeSlots(std::uint32_t first, std::uint32_t end) {
   DOVEL_ASSERT(first < end, "SlotWriterTable", "bad index range, start: {} end: {}", first, end);
   DOVEL_ASSERT(header().freeList() == SlotLink::kNil, "SlotWriterTable", "free-list is not empty");
   std::uint32_t const peak = header().peakNumSlots();
   std::uint32_t const watermark = header().sequenceWatermark();
-  // The value's size is a multiple of 4; what stands behind it is 0.
-  auto const wordAt = [value = static_cast<std::byte const*>(defaultValue_),
-                       size = shape_.valueSize](std::uint32_t at) {
-    Mem::Cell word = 0;
-    if (at + 8 <= size) {
-      std::memcpy(&word, value + at, 8);
-    } else if (at < size) {
-      std::memcpy(&word, value + at, 4);
-    }
-    return word;
-  };
+  std::uint32_t const slotCells = shape_.slotCells();
+  Mem::Cell* const last = cellsOf(end - 1);
+  Mem::Cell* cells = last;
   std::uint32_t next = SlotLink::kNil;
-  for (std::uint32_t id = end; id-- > first;) {
-    Mem::Cell* const cells = cellsOf(id);
-    SlotLink link{id < peak ? watermark : 0, SlotLink::kNil};
+  for (std::uint32_t id = end; id-- > first; cells -= slotCells) {
+    SlotLink const link{id < peak ? watermark : 0, SlotLink::kNil};
     Mem::SharedWord::publishLink(cells[0], link.word());
-    for (std::uint32_t at = 0; at + 8 < shape_.slotSize(); at += 8)
-      Mem::SharedWord::storeValueWord(cells[1 + at / 8], wordAt(at));
+    if (cells == last) {
+      defaultContentsTo(cells);
+    } else {
+      for (std::uint32_t cell = 1; cell < slotCells; ++cell)
+        Mem::SharedWord::storeValueWord(cells[cell], Mem::SharedWord::loadValueWord(last[cell]));
+    }
     Mem::SharedWord::publishLink(cells[0], link.ledTo(next).word());
     next = id;
   }

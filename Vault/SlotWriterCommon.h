@@ -69,14 +69,14 @@ class SlotWriterTableCommon : public Dovel::Debuggable {
 
   // The crash mark and check of reentrancy. Not a lock. An exception between the two leaves the mark
   // standing, as a crash does.
-  void enterCriticalSection() {
+  [[gnu::always_inline]] void enterCriticalSection() {
     Mem::Cell& cell = header().runtimeFlagsCell();
     Mem::Cell const word = Mem::SharedWord::ownWord(cell);
     if ((word & SlotTable::kCriticalBit) != 0) [[unlikely]]
       failReentrancy();
     Mem::SharedWord::enterCritical(cell, word | SlotTable::kCriticalBit);
   }
-  void leaveCriticalSection() {
+  [[gnu::always_inline]] void leaveCriticalSection() {
     Mem::Cell& cell = header().runtimeFlagsCell();
     Mem::SharedWord::leaveCritical(cell, Mem::SharedWord::ownWord(cell) & ~SlotTable::kCriticalBit);
   }
@@ -119,6 +119,7 @@ class SlotWriterTableCommon : public Dovel::Debuggable {
   void numSlotsIs(std::uint32_t numSlots);
   void attachNew(SharedMem::EmberId emberId);
   void adopt();
+  void defaultContentsTo(Mem::Cell* cells) const;
   std::uint32_t grownSize() const;
   void updateShrinkThreshold();
   void keepSequenceWatermark(std::uint32_t newNumSlots);

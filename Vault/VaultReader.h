@@ -95,12 +95,11 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   Value const* lookup(Key const& key, bool& found, void* out) const override {
     ++counters_.lookups;
     void* const to = out != nullptr ? out : &scratch_;
-    bool const answered = retryOnResize(
-        [&]() __attribute__((always_inline)) { found = map_.lookup(key, to); }, Dovel::noop);
-    if (answered && found) [[likely]]
+    if (!isReplaced() && map_.lookupFirst(key, to) && isCurrent() && !isReplaced()) {
+      found = true;
       return static_cast<Value const*>(to);
-    found = false;
-    return nothing(out);
+    }
+    return lookupInChain(key, found, out);
   }
   bool first(Value& value, IterHint& hint) const override {
     bool found = false;
@@ -159,6 +158,14 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   SlotReaderTableCommon& slots() const override { return slots_; }
 
  private:
+  // Apart, so that the short way saves no registers for this one.
+  [[gnu::noinline]] Value const* lookupInChain(Key const& key, bool& found, void* out) const {
+    void* const to = out != nullptr ? out : &scratch_;
+    bool const answered = retryOnResize([&] { found = map_.lookup(key, to); }, Dovel::noop);
+    found = found && answered;
+    return found ? static_cast<Value const*>(to) : nothing(out);
+  }
+
   // The answer that finds nothing.
   Value const* nothing(void* out) const {
     slots_.anchor() = {};

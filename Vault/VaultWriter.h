@@ -184,7 +184,8 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     slots_.enterCriticalSection();
     Mem::Cell* currLink = nullptr;
     bool const exists = map_.find(key, bucket, directPrev_, currLink, hash);
-    std::uint32_t const id = exists ? HashMap::linkIn(*directPrev_).id() : takeSlot(directPrev_, hash);
+    std::uint32_t const id =
+        exists ? HashMap::linkIn(*directPrev_).id() : takeSlot(directPrev_, VaultCore::reverseBits(hash));
     SlotType const slot = slots_[id];
     ++counters_.directWrites;
     (slot.link().occupied() ? slots_.lookaside() : slot).valueIs(&value);
@@ -244,10 +245,8 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   // Long operations call the second after every piece of work: the scheduler's critical tasks then run once
   // the deadline has passed.
   void armDeadline() { deadline_ = Dovel::Rdtsc::now() + Dovel::Rdtsc::fromDuration(kStretch); }
-  void yieldIfDue() {
-    if (!criticalTaskCheck_ || Dovel::Rdtsc::now() < deadline_) return;
-    Dovel::schedulerRootDovel()->runCriticalPriorityTasks();
-    armDeadline();
+  [[gnu::always_inline]] void yieldIfDue() {
+    if (criticalTaskCheck_ && Dovel::Rdtsc::now() >= deadline_) yield();
   }
 
  protected:
@@ -286,13 +285,18 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
       refuseForeign(operation);
   }
 
+  [[gnu::noinline]] void yield() {
+    Dovel::schedulerRootDovel()->runCriticalPriorityTasks();
+    armDeadline();
+  }
+
   bool isDirect() const { return directSlot_ != SlotLink::kNil || directFresh_; }
   Dovel::String unbalanced(char const* what, std::optional<Key> key) const;
 
   static Value const* valueOf(SlotType slot) { return static_cast<Value const*>(slot.valueAddress()); }
 
-  void traceSlot(char const* what, Key const& key, std::uint32_t bucket, std::uint32_t id,
-                 SlotType slot) const {
+  [[gnu::always_inline]] void traceSlot(char const* what, Key const& key, std::uint32_t bucket,
+                                        std::uint32_t id, SlotType slot) const {
     DOVEL_TRACE(handler_, 9, "VaultWriter", "{} {} bucket:{} slot:{} next:{:#x}", what, key, bucket, id,
                 slot.link().next);
   }
@@ -306,7 +310,8 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     std::uint32_t const bucket = map_.bucketOf(hash);
     Mem::Cell* prevLink = nullptr;
     Mem::Cell* currLink = nullptr;
-    if (!map_.find(key, bucket, prevLink, currLink, hash)) return insert(value, hash, prevLink);
+    std::uint32_t const reversed = VaultCore::reverseBits(hash);
+    if (!map_.find(key, bucket, prevLink, currLink, hash)) return insert(value, bucket, reversed, prevLink);
     SlotType const slot(currLink);
     std::uint32_t const id = HashMap::linkIn(*prevLink).id();
     traceSlot("existing", key, bucket, id, slot);
@@ -327,10 +332,11 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   }
 
   // Of a key that is not there. prevLink: the place for it.
-  [[gnu::noinline]] Value const* insert(Value const& value, std::uint32_t hash, Mem::Cell* prevLink) {
-    std::uint32_t const id = takeSlot(prevLink, hash);
+  [[gnu::always_inline]] Value const* insert(Value const& value, std::uint32_t bucket, std::uint32_t reversed,
+                                             Mem::Cell* prevLink) {
+    std::uint32_t const id = takeSlot(prevLink, reversed);
     SlotType const slot = slots_[id];
-    traceSlot("new", Ops::KeyOps::key(value), map_.bucketOf(hash), id, slot);
+    traceSlot("new", Ops::KeyOps::key(value), bucket, id, slot);
     linkFresh(slot, *prevLink);
     slots_.update(slot, value);
     HashMap::relink(*prevLink, id);
@@ -342,22 +348,29 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   }
 
   // Takes a slot off the free list for the place behind prevLink, which stays right if the table grows.
-  std::uint32_t takeSlot(Mem::Cell*& prevLink, std::uint32_t hash) {
-    if (slots_.header().freeList() == SlotLink::kNil) [[unlikely]] {
-      AutoMemMove const guard(slots_, prevLink);
-      if (!slots_.grow()) slots_.alloc();
-      buckets_.publishAgain();
-    }
+  [[gnu::always_inline]] std::uint32_t takeSlot(Mem::Cell*& prevLink, std::uint32_t reversed) {
+    if (slots_.header().freeList() == SlotLink::kNil) [[unlikely]]
+      prevLink = growSlots(prevLink);
     std::uint32_t const id = slots_.header().freeList();
     SlotHeaderCommon const header = slots_.header();
     SlotType const slot = slots_[id];
-    slot.hashIs(VaultCore::reverseBits(hash));
+    slot.hashIs(reversed);
     header.freeListIs(slot.link().target());
     std::uint32_t const occupied = header.occupiedSlots() + 1;
     header.occupiedSlotsIs(occupied);
     if (header.largestOccupied() < occupied) header.largestOccupiedIs(occupied);
     ++counters_.inserts;
     return id;
+  }
+
+  // Returns where prevLink is then.
+  [[gnu::noinline]] Mem::Cell* growSlots(Mem::Cell* prevLink) {
+    {
+      AutoMemMove const guard(slots_, prevLink);
+      if (!slots_.grow()) slots_.alloc();
+    }
+    buckets_.publishAgain();
+    return prevLink;
   }
 
   // Lets a new slot lead to what prevLink leads to. What its last tenant was marked with is not its own.

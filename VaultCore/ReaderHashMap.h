@@ -36,8 +36,27 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
                 Vault::Reader::Counters& counters)
       : Dovel::Debuggable(handler), buckets_(buckets), slots_(slots), counters_(counters) {}
 
+  // The short way of lookup(), for a record that is the first of its chain and isn't being changed, as two of
+  // three are; false says nothing yet.
+  [[gnu::always_inline]] bool lookupFirst(Key const& key, void* out) {
+    std::uint32_t const bucket = hashOf(key) & (buckets_.numBuckets() - 1);
+    if (bucket >= buckets_.numBuckets() || debugHandler().isOn(9)) return false;
+    Mem::Cell const& head = buckets_.headCell(bucket);
+    SlotLink const link = Slots::linkIn(head);
+    if (link.target() >= slots_.numSlots()) return false;
+    Mem::Cell const* const cells = slots_[link.target()];
+    SlotLink const own = Slots::linkIn(*cells);
+    bool const isIt = Slots::readIfOf(key, cells, own, out);
+    if (!isUnchanged(head, link)) [[unlikely]] {
+      ++counters_.restarts;
+      return false;
+    }
+    if (isIt) slots_.anchorIs(cells, own);
+    return isIt;
+  }
+
   // Copies the record of the key to `out` and returns true; `out` is the caller's to set where there is none.
-  [[gnu::always_inline]] bool lookup(Key const& key, void* out) {
+  bool lookup(Key const& key, void* out) {
     if (debugHandler().isOn(9)) [[unlikely]]
       return lookupTraced(key, out);
     return find<false>(key, out);

@@ -140,16 +140,16 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "growing from: {} to: {}", old, grown);
     Resize resize(*this);
     buckets_.resize(grown);
+    Words const words(*this);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
-      prefetchChain(bucket, old);
-      SlotLink const split = linkIn(splitPoint(bucket, old));
-      relink(buckets_.headCell(bucket + old), split.target());
+      words.prefetchChain(bucket, old);
+      relink(words.heads[bucket + old], linkIn(splitPoint(words, bucket, old)).target());
       owner_.yieldIfDue();
     }
     buckets_.publish(grown);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
-      prefetchChain(bucket, old);
-      relink(cutPoint(bucket, buckets_.head(bucket + old)), SlotLink::endAt(bucket + old));
+      words.prefetchChain(bucket, old);
+      relink(cutPoint(words, bucket, linkIn(words.heads[bucket + old])), SlotLink::endAt(bucket + old));
       owner_.yieldIfDue();
     }
     resize.finish(&Bucket::WriterCounters::maxGrowTime);
@@ -160,8 +160,9 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     std::uint32_t const old = buckets_.numBuckets();
     std::uint32_t const shrunk = old / 2;
     Resize resize(*this);
+    Words const words(*this);
     for (std::uint32_t bucket = 0; bucket < shrunk; ++bucket) {
-      prefetchChain(bucket, shrunk);
+      words.prefetchChain(bucket, shrunk);
       relink(chainEnd(bucket), buckets_.head(bucket + shrunk).target());
       owner_.yieldIfDue();
     }
@@ -177,10 +178,12 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
 
   // Makes the link lead to another target.
-  static void relink(Mem::Cell& cell, std::uint32_t target) {
+  [[gnu::always_inline]] static void relink(Mem::Cell& cell, std::uint32_t target) {
     Mem::SharedWord::publishLink(cell, linkIn(cell).ledTo(target).word());
   }
-  static SlotLink linkIn(Mem::Cell const& cell) { return SlotLink::fromWord(Mem::SharedWord::ownWord(cell)); }
+  [[gnu::always_inline]] static SlotLink linkIn(Mem::Cell const& cell) {
+    return SlotLink::fromWord(Mem::SharedWord::ownWord(cell));
+  }
   static Key keyIn(SlotType slot) {
     Key key;
     slot.template copyOut<sizeof(Key)>(&key);
@@ -210,6 +213,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   [[gnu::always_inline]] Place search(Key const& key, std::uint32_t bucket, std::uint32_t hash) const {
     Mem::Cell* prev = &buckets_.headCell(bucket);
     Mem::Cell* curr = prev;
+    std::uint32_t const reversed = reverseBits(hash);
     SlotLink link = linkIn(*prev);
     for (std::uint32_t steps = 1; link.leadsToSlot(); ++steps) {
       if (steps > slots_.numSlots()) [[unlikely]]
@@ -232,7 +236,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       if (!belongs(hashOf(slotKey), bucket)) [[unlikely]]
         throwCorruptKey(link.id());
       std::uint32_t const slotHash = slot.hash();
-      std::uint32_t const reversed = reverseBits(hash);
       if (slotHash > reversed || (slotHash == reversed && key < slotKey)) break;
       if constexpr (traced)
         DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} next curr:{}", key, link.id());
@@ -251,8 +254,46 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return search<true>(key, bucket, hash);
   }
 
+  // In buckets; smaller ones fit into the processor's cache, where asking ahead costs more than it saves.
+  static constexpr std::uint32_t kLargeTable = 1u << 13;
   // Far enough ahead to hide a miss of the cache behind the work on the buckets between.
   static constexpr std::uint32_t kPrefetchDistance = 32;
+
+  // Where heads and slots stand, for loops that move neither: compilers ask the tables for it anew behind
+  // every shared word.
+  struct Words {
+    explicit Words(WriterHashMap const& map)
+        : heads(&map.buckets_.headCell(0)),
+          slots(&map.slots_[0].linkCell()),
+          numSlots(map.slots_.numSlots()) {}
+
+    // Whether the link leads to a slot of the table. What ends a chain is above all ids.
+    bool leads(SlotLink link) const { return link.target() < numSlots; }
+    // The first slot of all for a link that leads to none, or out of the table: that is told by who follows
+    // it. By a mask, for which compilers make no branch.
+    [[gnu::always_inline]] SlotType slotOf(SlotLink link) const {
+      std::uint32_t const id = link.target() & (0 - std::uint32_t{leads(link)});
+      return SlotType(slots + std::size_t{id} * SlotType::kShape.slotCells());
+    }
+
+    // Called for each bucket in turn: asks for the first slot of a bucket far ahead, and for the second one
+    // of a bucket that is half as far, whose first has come by now. Without branches: which chains are empty
+    // can't be foretold.
+    void prefetchChain(std::uint32_t bucket, std::uint32_t limit) const {
+      if (limit < kLargeTable) return;
+      std::uint32_t const last = limit - 1;
+      prefetchFirst(std::min(bucket + kPrefetchDistance, last));
+      prefetchSecond(std::min(bucket + kPrefetchDistance / 2, last));
+    }
+    void prefetchFirst(std::uint32_t bucket) const { slotOf(linkIn(heads[bucket])).prefetch(); }
+    void prefetchSecond(std::uint32_t bucket) const {
+      slotOf(slotOf(linkIn(heads[bucket])).link()).prefetch();
+    }
+
+    Mem::Cell* const heads;
+    Mem::Cell* const slots;
+    std::uint32_t const numSlots;
+  };
 
   // Times a resize, starts the yielding, and lets chains be legal under the counts on both sides.
   class Resize {
@@ -375,10 +416,10 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return step(key, link, bucket, value, hint);
   }
 
-  // Walks a chain for as long as `goesOn` says of each link, and returns the one at which it stopped.
+  // Walks a chain from the cell on for as long as `goesOn` says of each link, and returns the one at which it
+  // stopped.
   template <class GoesOn>
-  [[gnu::always_inline]] Mem::Cell& walk(std::uint32_t bucket, GoesOn&& goesOn) const {
-    Mem::Cell* cell = &buckets_.headCell(bucket);
+  [[gnu::always_inline]] Mem::Cell& walk(Mem::Cell* cell, GoesOn&& goesOn) const {
     std::uint32_t const limit = slots_.numSlots();
     std::uint32_t steps = 0;
     for (SlotLink link = linkIn(*cell); goesOn(link); link = linkIn(*cell)) {
@@ -387,6 +428,20 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       cell = &slots_[link.id()].linkCell();
     }
     return *cell;
+  }
+
+  // For what is to have no branch, which && and || may become.
+  static bool both(bool left, bool right) { return left & right; }
+  static bool either(bool left, bool right) { return left | right; }
+
+  // The first step of such a walk, where `passes` says so of the link and of the slot that it leads to; a
+  // link that leads to none is not passed. Without a branch: most chains split at their head or after one
+  // record, which can't be foretold, and a branch foretold wrong takes longer than all of this.
+  template <class Passes>
+  [[gnu::always_inline]] static Mem::Cell* skip(Words const& words, Mem::Cell* head, Passes&& passes) {
+    SlotLink const link = linkIn(*head);
+    SlotType const slot = words.slotOf(link);
+    return both(words.leads(link), passes(link, slot)) ? &slot.linkCell() : head;
   }
 
   SlotType occupiedSlot(SlotLink link) const {
@@ -399,11 +454,25 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   // The link of the bucket's chain behind which the records of bucket + half follow, when there are 2 * half.
   // Hashes are stored with their bits reversed: those of both buckets begin like the bucket's own number, and
   // the bit after that tells which one.
-  Mem::Cell& splitPoint(std::uint32_t bucket, std::uint32_t half) const {
+  [[gnu::always_inline]] Mem::Cell& splitPoint(Words const& words, std::uint32_t bucket,
+                                               std::uint32_t half) const {
     std::uint32_t const first = reverseBits(bucket);
     std::uint32_t const upper = reverseBits(half);
+    auto const isOf = [begins = ~(upper - 1)](std::uint32_t beginning, SlotType slot) {
+      return both(slot.link().occupied(), (slot.hash() & begins) == beginning);
+    };
+    Mem::Cell* const cell =
+        skip(words, &words.heads[bucket], [=](SlotLink, SlotType slot) { return isOf(first, slot); });
+    SlotLink const link = linkIn(*cell);
+    bool const isUpper = both(words.leads(link), isOf(first | upper, words.slotOf(link)));
+    if (either(!link.leadsToSlot(), isUpper)) [[likely]]
+      return *cell;
+    return splitPointFrom(cell, first, upper);
+  }
+  [[gnu::noinline]] Mem::Cell& splitPointFrom(Mem::Cell* cell, std::uint32_t first,
+                                              std::uint32_t upper) const {
     std::uint32_t const rest = (upper - 1) | upper;
-    return walk(bucket, [=, this](SlotLink link) {
+    return walk(cell, [=, this](SlotLink link) {
       if (!link.leadsToSlot()) return false;
       std::uint32_t const hash = occupiedSlot(link).hash();
       if ((hash & ~rest) != first) [[unlikely]]
@@ -413,10 +482,14 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
 
   // The link of the bucket's chain that leads where the head does which got the upper half.
-  Mem::Cell& cutPoint(std::uint32_t bucket, SlotLink upperHead) const {
+  [[gnu::always_inline]] Mem::Cell& cutPoint(Words const& words, std::uint32_t bucket,
+                                             SlotLink upperHead) const {
     std::uint32_t const target = upperHead.target();
-    return walk(bucket, [=, this](SlotLink link) {
-      if (link.target() == target) return false;
+    Mem::Cell* const cell =
+        skip(words, &words.heads[bucket], [=](SlotLink link, SlotType) { return link.target() != target; });
+    return walk(cell, [=, this](SlotLink link) {
+      if (link.target() == target) [[likely]]
+        return false;
       if (!link.leadsToSlot()) [[unlikely]]
         throwHasBucket(bucket, link.id(), BucketTable::nextBucket(bucket, buckets_.bits()));
       return true;
@@ -424,46 +497,26 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
 
   Mem::Cell& chainEnd(std::uint32_t bucket) const {
-    return walk(bucket, [this](SlotLink link) {
+    return walk(&buckets_.headCell(bucket), [this](SlotLink link) {
       if (!link.leadsToSlot()) return false;
       occupiedSlot(link);
       return true;
     });
   }
 
-  // In buckets; smaller ones fit into the processor's cache, where asking ahead costs more than it saves.
-  static constexpr std::uint32_t kLargeTable = 1u << 13;
-
-  // Called for each bucket in turn: asks for the first slot of a bucket far ahead, and for the second one of
-  // a bucket that is half as far, whose first has come by now. Without branches: which chains are empty can't
-  // be foretold.
-  void prefetchChain(std::uint32_t bucket, std::uint32_t limit) const {
-    if (limit < kLargeTable) return;
-    std::uint32_t const last = limit - 1;
-    prefetchFirst(std::min(bucket + kPrefetchDistance, last));
-    prefetchSecond(std::min(bucket + kPrefetchDistance / 2, last));
-  }
-  void prefetchFirst(std::uint32_t bucket) const { slotOf(buckets_.head(bucket)).prefetch(); }
-  void prefetchSecond(std::uint32_t bucket) const { slotOf(slotOf(buckets_.head(bucket)).link()).prefetch(); }
-
-  // The same for an iteration that comes to the bucket: in its order heads are as far apart as slots.
+  // For an iteration that comes to the bucket: in its order heads are as far apart as slots.
   void prefetchFollowing(std::uint32_t bucket) const {
     if (buckets_.numBuckets() < kLargeTable) return;
+    Words const words(*this);
     unsigned const shift = 32 - buckets_.bits();
     std::uint32_t const step = reverseBits(bucket) >> shift;
     // The bucket that comes so many steps later, or the last.
     auto const later = [&](std::uint32_t steps) {
       return reverseBits(std::min(step + steps, buckets_.numBuckets() - 1) << shift);
     };
-    __builtin_prefetch(&buckets_.headCell(later(24)));
-    prefetchFirst(later(16));
-    prefetchSecond(later(8));
-  }
-  // The first slot of all for a link that leads to none, or out of the table: that is told by who follows it.
-  SlotType slotOf(SlotLink link) const {
-    std::uint32_t const leadsToSlot = (link.next >> 31) - 1;
-    std::uint32_t const id = link.id() & leadsToSlot;
-    return slots_[id < slots_.numSlots() ? id : 0];
+    __builtin_prefetch(&words.heads[later(24)]);
+    words.prefetchFirst(later(16));
+    words.prefetchSecond(later(8));
   }
 
   Buckets& buckets_;

@@ -130,9 +130,13 @@ void AddressRange::collapse(int descriptor, std::size_t begin, std::size_t end) 
   release(at, at + (to - from));
 }
 
-void AddressRange::mapHuge(std::size_t begin, std::size_t end) const {
+void AddressRange::mapPages(std::size_t begin, std::size_t end) const {
   auto const [from, to] = wholeHugePages(begin, end);
-  if (isAligned(base_) && from < to) ::madvise(base_ + from, to - from, MADV_COLLAPSE);
+  if (isAligned(base_) && from < to) {
+    ::madvise(base_ + from, to - from, MADV_COLLAPSE);
+  } else if (begin < end) {
+    ::madvise(base_ + begin, end - begin, MADV_POPULATE_WRITE);
+  }
 }
 
 }  // namespace Mem

@@ -37,9 +37,10 @@ class AddressRange {
 
   // Makes huge, where the kernel can, those whole huge pages of a file that have a part in the range.
   static void collapse(int descriptor, std::size_t begin, std::size_t end);
-  // Maps such pages of this mapping as huge at once. Those of which a part was mapped before would stay small
+  // Maps the pages of a writable range at once, where it would else take a fault for each. Where the range
+  // has such pages, these alone, and as huge ones: those of which a part was mapped before would stay small
   // here, whatever they are in the file.
-  void mapHuge(std::size_t begin, std::size_t end) const;
+  void mapPages(std::size_t begin, std::size_t end) const;
 
  private:
   bool mapRoom(int descriptor, int protection, std::size_t size, std::size_t room);

@@ -11,9 +11,16 @@
 #include <cstring>
 
 #include "platform/memory/Probe.h"
+#include "platform/memory/ProcessIdentity.h"
 #include "runtime/Dovel/Format.h"
 
 namespace Mem {
+namespace {
+
+// Tables begin small and double: to take pages each time would cost a small one more than all its records.
+constexpr std::uint64_t kTakenAhead = 64 * 1024;
+
+}  // namespace
 
 SharedMemWrapper::SharedMemWrapper(Dovel::Platform::DebugHandler const& handler, RootPath const& rootPath,
                                    Dovel::String fileName, CoreDump coreDump)
@@ -40,7 +47,7 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
   bool const isNew = file.size() == 0;
   if (isNew && !writes) return failed("map", size, "the file is empty");
   access_ = access;
-  if (writes) process_ = ::getpid();
+  if (writes) process_ = ProcessIdentity::self().pid;
   if (!mapWhole(file, isNew ? size : std::min<std::uint64_t>(size, file.size()), hint)) {
     int const error = errno;
     unmap();
@@ -48,7 +55,8 @@ std::byte* SharedMemWrapper::attach(std::size_t size, Access access, std::size_t
     return failed("have", size, std::strerror(error));
   }
   mappedSize_ = std::min(size, range_.size());
-  fileSize_ = isNew ? range_.size() : file.size();
+  ready_ = isNew ? range_.size() : file.size();
+  if (writes) ready_ = std::min<std::uint64_t>(ready_, range_.size());
   device_ = file.status.st_dev;
   inode_ = file.status.st_ino;
   advise();
@@ -70,9 +78,9 @@ bool SharedMemWrapper::mapWhole(OpenedFile const& file, std::size_t size, std::s
 // Large files get huge pages first, where the kernel has some: that takes a fifth of the time of small ones.
 // It makes huge none that is empty, so each is begun with a small one.
 bool SharedMemWrapper::takePages(int descriptor, std::uint64_t begin, std::uint64_t end) const {
-  if (!mayFit(descriptor, begin, end)) return false;
   std::uint64_t huge = begin / AddressRange::kHugePage * AddressRange::kHugePage;
   if (huge + AddressRange::kHugePage <= end) {
+    if (!mayFit(descriptor, begin, end)) return false;
     // The last byte gives the file its length, outside of which nothing is made huge.
     if (!allocate(descriptor, path_, end - 1, end)) return false;
     for (; huge + AddressRange::kHugePage <= end; huge += AddressRange::kHugePage) {
@@ -98,7 +106,7 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
   if (size == 0 || size > kLargestSize) return failed("resize to", size, std::strerror(EINVAL));
   std::size_t const pages = roundedToPages(size);
   // A file that was found ending within its last page is made longer though that page is mapped.
-  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > fileSize_);
+  bool const grows = pages > range_.size() || (access_ == Access::readWrite && size > ready_);
   std::byte* const base = grows ? grow(size) : shrink(pages);
   if (base != nullptr) {
     mappedSize_ = size;
@@ -108,10 +116,9 @@ std::byte* SharedMemWrapper::resize(std::size_t size) {
 }
 
 std::byte* SharedMemWrapper::grow(std::size_t size) {
+  bool const isThere = size <= ready_ && roundedToPages(size) <= range_.room();
+  if (isThere && range_.grow(roundedToPages(size))) return range_.base();
   bool const writes = access_ == Access::readWrite;
-  // What a reader found there when it came is mapped by now.
-  bool const isMapped = size <= fileSize_ && roundedToPages(size) <= range_.room();
-  if (!writes && isMapped && range_.grow(roundedToPages(size))) return range_.base();
   OpenedFile const file = open(writes ? FileUse::write : FileUse::read);
   if (file.isOpen()) return writes ? growFile(file, size) : follow(file, roundedToPages(size));
   error_ = file.text;
@@ -122,17 +129,24 @@ std::byte* SharedMemWrapper::growFile(OpenedFile const& file, std::size_t wanted
   std::size_t const before = range_.size();
   std::size_t const size = roundedToPages(wanted);
   // One that is long enough keeps its length.
-  std::uint64_t const end = wanted > file.size() ? size : std::min<std::uint64_t>(size, file.size());
+  std::uint64_t end = wanted > file.size() ? size : std::min<std::uint64_t>(size, file.size());
   // What a shrink had given back is taken again, too, and what another has cut off.
   std::uint64_t const begin = std::min<std::uint64_t>(before, file.size());
   int const descriptor = file.descriptor.number();
-  if (!takePages(descriptor, begin, end) || !range_.grow(size)) {
+  std::uint64_t const ahead = std::min<std::uint64_t>(kTakenAhead, range_.room());
+  bool taken = ahead > std::max<std::uint64_t>(end, file.size()) && takePages(descriptor, begin, ahead);
+  if (taken) {
+    end = ahead;
+  } else {
+    taken = takePages(descriptor, begin, end);
+  }
+  if (!taken || !range_.grow(size)) {
     int const error = errno;
-    giveBack(descriptor, std::max<std::uint64_t>(before, roundedToPages(file.size())), size);
+    giveBack(descriptor, std::max<std::uint64_t>(before, roundedToPages(file.size())), std::max(end, size));
     return failed("have", size, std::strerror(error));
   }
-  range_.mapHuge(before, size);
-  fileSize_ = std::max<std::uint64_t>(file.size(), end);
+  range_.mapPages(before, std::max(end, size));
+  ready_ = end;
   return range_.base();
 }
 
@@ -157,6 +171,7 @@ std::byte* SharedMemWrapper::shrink(std::size_t size) {
   if (access_ == Access::readWrite && size < range_.size()) {
     OpenedFile const file = open(FileUse::write);
     if (file.isOpen()) giveBack(file.descriptor.number(), size, file.size());
+    ready_ = std::min<std::uint64_t>(ready_, size);
   }
   range_.shrink(size);
   return range_.base();
@@ -205,7 +220,9 @@ bool SharedMemWrapper::isInPlace() const {
 }
 
 // A forked child doesn't inherit the writer's mapping: something of its own may stand in that place by now.
-bool SharedMemWrapper::isForeign() const { return access_ == Access::readWrite && process_ != ::getpid(); }
+bool SharedMemWrapper::isForeign() const {
+  return access_ == Access::readWrite && process_ != ProcessIdentity::self().pid;
+}
 
 void SharedMemWrapper::unmap() {
   if (isForeign()) range_.forget();

@@ -1,8 +1,8 @@
 // A mapped file of a store, for its writer and for its readers. One thread.
 //
 // Its pages are taken from the file system before they are mapped, so a file system without space is an error
-// and no signal. The file is opened anew for each change: a
-// process has many tables and few descriptors.
+// and no signal; when a small file first grows, some of those that it may come to need are taken with them.
+// The file is opened anew for each change: a process has many tables and few descriptors.
 #pragma once
 
 #include <sys/types.h>
@@ -55,7 +55,9 @@ class SharedMemWrapper : public Mapping, public Dovel::Debuggable {
   Dovel::String error_;
   AddressRange range_;
   std::size_t mappedSize_ = 0;
-  std::uint64_t fileSize_ = 0;  // at least so long is the file, unless another cuts it
+  // So far the range may grow without a look at the file: a reader found it so long, or the writer has taken
+  // its pages.
+  std::uint64_t ready_ = 0;
   dev_t device_ = 0;
   ino_t inode_ = 0;
   Access access_ = Access::readOnly;

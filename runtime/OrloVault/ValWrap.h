@@ -2,7 +2,6 @@
 // bytes. A plain value.
 #pragma once
 
-#include <functional>
 #include <type_traits>
 
 namespace OrloVault {
@@ -19,7 +18,7 @@ class ValWrap : public Record {
   ValWrap(Record const& record) : Record(record) {}
 
   std::conditional_t<KeyByValue, Key, Key const&> fwkKey() const {
-    return std::invoke(keyOf, static_cast<Record const&>(*this));
+    return (static_cast<Record const&>(*this).*keyOf)();
   }
 };
 

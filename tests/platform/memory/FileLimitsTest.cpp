@@ -94,6 +94,28 @@ TestSupport::ChildRole const growsInAFullFileSystemRole("growsInAFullFileSystem"
 
 TEST(FileLimits, GrowthInAFullFileSystemIsAnErrorAndLosesNothing) { expectSuccess("growsInAFullFileSystem"); }
 
+void growsWhereNoPagesAheadAreLeft() {
+  mountSmall();
+  auto slots = mapping("slots");
+  std::byte* const base = slots.attach(kPage, Access::readWrite, 16 * kPage);
+  MUST(base != nullptr);
+  auto filler = mapping("filler");
+  fillBut(filler, 3);
+  MUST(slots.resize(3 * kPage) == base);
+  MUST(slots.memSize() == 3 * kPage && taken(folder() + "/slots") == 3 * kPage);
+  std::memset(base, 'x', 3 * kPage);
+  MUST(slots.resize(5 * kPage) == nullptr);
+  MUST(tells(slots, "No space left on device"));
+  MUST(slots.resize(4 * kPage) == base);
+  std::memset(base, 'y', 4 * kPage);
+}
+TestSupport::ChildRole const growsWhereNoPagesAheadAreLeftRole("growsWhereNoPagesAheadAreLeft",
+                                                               growsWhereNoPagesAheadAreLeft);
+
+TEST(FileLimits, GrowthTakesWhatItNeedsWhereNoPagesAheadAreLeft) {
+  expectSuccess("growsWhereNoPagesAheadAreLeft");
+}
+
 void makesAFileInAFullFileSystem() {
   mountSmall();
   auto filler = mapping("filler");

@@ -206,6 +206,48 @@ TEST_F(SharedMemWrapper, GrowthKeepsWhatStandsAndAddsZeroesWithTheirPages) {
   EXPECT_TRUE(isZero(base + kPage, 50 * kPage));
 }
 
+TEST_F(SharedMemWrapper, FirstGrowthTakesPagesAheadAsFarAsTheHintOrSixtyFourKilobytesReach) {
+  for (auto const& [hint, wanted] : {std::pair{5 * kPage, 5 * kPage}, {100 * kPage, 16 * kPage}}) {
+    auto slots = file();
+    std::byte* const base = slots.attach(kPage, Access::readWrite, hint);
+    ASSERT_EQ(length(), kPage);
+    fill(base, kPage);
+    ASSERT_EQ(slots.resize(kPage + 1), base) << slots.error();
+    EXPECT_EQ(slots.mappedSize(), kPage + 1);
+    EXPECT_EQ(length(), wanted);
+    EXPECT_EQ(taken(), wanted);
+    ASSERT_EQ(slots.resize(wanted), base);
+    EXPECT_EQ(length(), wanted);
+    EXPECT_TRUE(isFilled(base, kPage) && isZero(base + kPage, wanted - kPage));
+    slots.removeFile();
+  }
+}
+
+TEST_F(SharedMemWrapper, ShrinkGivesBackPagesTakenAheadAndTheyAreTakenAgain) {
+  auto slots = file();
+  std::byte* const base = slots.attach(kPage, Access::readWrite, 16 * kPage);
+  ASSERT_EQ(slots.resize(3 * kPage), base);
+  fill(base, 3 * kPage);
+  ASSERT_EQ(slots.resize(2 * kPage), base);
+  EXPECT_EQ(taken(), 2 * kPage);
+  EXPECT_EQ(length(), 16 * kPage);
+  ASSERT_EQ(slots.resize(5 * kPage), base);
+  EXPECT_EQ(taken(), 5 * kPage);
+  EXPECT_TRUE(isFilled(base, 2 * kPage) && isZero(base + 2 * kPage, 3 * kPage));
+}
+
+TEST_F(SharedMemWrapper, PagesOfALongerFileAreTakenBeforeTheyAreUsed) {
+  writeFile(path, std::string(kPage, 'x'));
+  ASSERT_EQ(::truncate(path.c_str(), 40 * kPage), 0);
+  auto slots = file();
+  ASSERT_NE(slots.attach(kPage, Access::readWrite, 40 * kPage), nullptr);
+  ASSERT_NE(slots.resize(3 * kPage), nullptr);
+  EXPECT_EQ(taken(), 3 * kPage);
+  ASSERT_NE(slots.resize(7 * kPage), nullptr);
+  EXPECT_EQ(taken(), 7 * kPage);
+  EXPECT_EQ(length(), 40 * kPage);
+}
+
 TEST_F(SharedMemWrapper, ShrinkGivesPagesBackAndKeepsTheLength) {
   auto slots = file();
   std::byte* base = slots.attach(8 * kPage, Access::readWrite, 0);
