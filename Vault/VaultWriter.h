@@ -347,10 +347,10 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     return valueOf(slot);
   }
 
-  // Takes a slot off the free list for the place behind prevLink, which stays right if the table grows.
-  [[gnu::always_inline]] std::uint32_t takeSlot(Mem::Cell*& prevLink, std::uint32_t reversed) {
+  // Takes a slot off the free list for the place behind a link, whose address stays right if the table grows.
+  [[gnu::always_inline]] std::uint32_t takeSlot(Mem::Cell*& before, std::uint32_t reversed) {
     if (slots_.header().freeList() == SlotLink::kNil) [[unlikely]]
-      prevLink = growSlots(prevLink);
+      before = growSlots(before);
     std::uint32_t const id = slots_.header().freeList();
     SlotHeaderCommon const header = slots_.header();
     SlotType const slot = slots_[id];
@@ -363,14 +363,14 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     return id;
   }
 
-  // Returns where prevLink is then.
-  [[gnu::noinline]] Mem::Cell* growSlots(Mem::Cell* prevLink) {
+  // Returns where the link is then.
+  [[gnu::noinline]] Mem::Cell* growSlots(Mem::Cell* before) {
     {
-      AutoMemMove const guard(slots_, prevLink);
+      AutoMemMove const guard(slots_, before);
       if (!slots_.grow()) slots_.alloc();
     }
     buckets_.publishAgain();
-    return prevLink;
+    return before;
   }
 
   // Lets a new slot lead to what prevLink leads to. What its last tenant was marked with is not its own.

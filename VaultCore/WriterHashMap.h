@@ -259,6 +259,9 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   // Far enough ahead to hide a miss of the cache behind the work on the buckets between.
   static constexpr std::uint32_t kPrefetchDistance = 32;
 
+  // All bits or none. Of conditions in this form compilers make no branch.
+  static std::uint64_t maskOf(bool condition) { return 0 - std::uint64_t{condition}; }
+
   // Where heads and slots stand, for loops that move neither: compilers ask the tables for it anew behind
   // every shared word.
   struct Words {
@@ -272,8 +275,8 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     // The first slot of all for a link that leads to none, or out of the table: that is told by who follows
     // it. By a mask, for which compilers make no branch.
     [[gnu::always_inline]] SlotType slotOf(SlotLink link) const {
-      std::uint32_t const id = link.target() & (0 - std::uint32_t{leads(link)});
-      return SlotType(slots + std::size_t{id} * SlotType::kShape.slotCells());
+      std::uint64_t const id = link.target() & maskOf(leads(link));
+      return SlotType(slots + id * SlotType::kShape.slotCells());
     }
 
     // Called for each bucket in turn: asks for the first slot of a bucket far ahead, and for the second one
@@ -430,10 +433,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return *cell;
   }
 
-  // For what is to have no branch, which && and || may become.
-  static bool both(bool left, bool right) { return left & right; }
-  static bool either(bool left, bool right) { return left | right; }
-
   // The first step of such a walk, where `passes` says so of the link and of the slot that it leads to; a
   // link that leads to none is not passed. Without a branch: most chains split at their head or after one
   // record, which can't be foretold, and a branch foretold wrong takes longer than all of this.
@@ -441,7 +440,10 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   [[gnu::always_inline]] static Mem::Cell* skip(Words const& words, Mem::Cell* head, Passes&& passes) {
     SlotLink const link = linkIn(*head);
     SlotType const slot = words.slotOf(link);
-    return both(words.leads(link), passes(link, slot)) ? &slot.linkCell() : head;
+    std::uint64_t const isPassed = maskOf(words.leads(link)) & passes(link, slot);
+    auto const distance = static_cast<std::uint64_t>(reinterpret_cast<std::byte*>(&slot.linkCell()) -
+                                                     reinterpret_cast<std::byte*>(head));
+    return reinterpret_cast<Mem::Cell*>(reinterpret_cast<std::uintptr_t>(head) + (distance & isPassed));
   }
 
   SlotType occupiedSlot(SlotLink link) const {
@@ -459,15 +461,15 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     std::uint32_t const first = reverseBits(bucket);
     std::uint32_t const upper = reverseBits(half);
     auto const isOf = [begins = ~(upper - 1)](std::uint32_t beginning, SlotType slot) {
-      return both(slot.link().occupied(), (slot.hash() & begins) == beginning);
+      return maskOf(slot.link().occupied()) & maskOf((slot.hash() & begins) == beginning);
     };
-    Mem::Cell* const cell =
+    Mem::Cell* const last =
         skip(words, &words.heads[bucket], [=](SlotLink, SlotType slot) { return isOf(first, slot); });
-    SlotLink const link = linkIn(*cell);
-    bool const isUpper = both(words.leads(link), isOf(first | upper, words.slotOf(link)));
-    if (either(!link.leadsToSlot(), isUpper)) [[likely]]
-      return *cell;
-    return splitPointFrom(cell, first, upper);
+    SlotLink const link = linkIn(*last);
+    std::uint64_t const isUpper = maskOf(words.leads(link)) & isOf(first | upper, words.slotOf(link));
+    if ((maskOf(!link.leadsToSlot()) | isUpper) != 0) [[likely]]
+      return *last;
+    return splitPointFrom(last, first, upper);
   }
   [[gnu::noinline]] Mem::Cell& splitPointFrom(Mem::Cell* cell, std::uint32_t first,
                                               std::uint32_t upper) const {
@@ -485,9 +487,9 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   [[gnu::always_inline]] Mem::Cell& cutPoint(Words const& words, std::uint32_t bucket,
                                              SlotLink upperHead) const {
     std::uint32_t const target = upperHead.target();
-    Mem::Cell* const cell =
-        skip(words, &words.heads[bucket], [=](SlotLink link, SlotType) { return link.target() != target; });
-    return walk(cell, [=, this](SlotLink link) {
+    Mem::Cell* const last = skip(words, &words.heads[bucket],
+                                 [=](SlotLink link, SlotType) { return maskOf(link.target() != target); });
+    return walk(last, [=, this](SlotLink link) {
       if (link.target() == target) [[likely]]
         return false;
       if (!link.leadsToSlot()) [[unlikely]]
