@@ -53,6 +53,48 @@ TEST_F(DamagedChain, ThatIsACycleEndsAResizeToo) {
   EXPECT_EQ(store_.image().runtimeFlags(), 1);
 }
 
+// Where the damage stands in the chain of bucket 3, when the buckets become 16: at its first record, or
+// behind one that stays in that bucket.
+class ResizeOfADamagedChain : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override {
+    fill(store_, 0, 7);
+    store_.write({19, 19});
+  }
+
+  ChosenKey key() const { return GetParam() ? ChosenKey{3, 3} : ChosenKey{19, 19}; }
+  std::size_t slot() const { return 640 + store_.slotOf(key()) * 32; }
+  // What leads to it.
+  std::pair<std::string, std::size_t> link() const {
+    if (GetParam()) return {store_.file("buckets"), 24 + 3 * 8 + 4};
+    return {store_.file("slots"), 640 + store_.slotOf({3, 3}) * 32 + 4};
+  }
+  std::string resize() {
+    return messageOf<CorruptionDetectedException>([&] { store_.write({8, 8}); });
+  }
+
+  Store12 store_;
+};
+
+TEST_P(ResizeOfADamagedChain, FindsAFreeSlot) {
+  poke32(store_.file("slots"), slot(), store_.image().link(store_.slotOf(key())).sequence & ~1U);
+  EXPECT_THAT(resize(), HasSubstr("not occupied"));
+  EXPECT_EQ(store_.image().runtimeFlags(), 1);
+}
+
+TEST_P(ResizeOfADamagedChain, FindsAHashOfAnotherBucket) {
+  poke32(store_.file("slots"), slot() + 20, 0x12345678);
+  EXPECT_THAT(resize(), HasSubstr("another bucket"));
+}
+
+TEST_P(ResizeOfADamagedChain, FindsALinkToASlotThatDoesNotExist) {
+  poke32(link().first, link().second, 5000);
+  EXPECT_EQ(resize(), "out-of-range index: 5000 max:63");
+}
+
+INSTANTIATE_TEST_SUITE_P(, ResizeOfADamagedChain, testing::Bool(),
+                         [](auto const& at) { return at.param ? "AtItsHead" : "BehindARecord"; });
+
 TEST_F(DamagedChain, WithAFreeSlotOnItIsFound) {
   poke32(slots(), linkOf({3, 3}), store_.image().link(store_.slotOf({3, 3})).sequence & ~1U);
   EXPECT_THAT(lookup({3, 3}), HasSubstr("not occupied"));
