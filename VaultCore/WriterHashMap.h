@@ -11,13 +11,13 @@
 #pragma once
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 
 #include "VaultCore/BucketWriter.h"
 #include "VaultCore/Counters.h"
 #include "VaultCore/IterHint.h"
 #include "VaultCore/SlotLink.h"
+#include "VaultCore/WriterChains.h"
 #include "VaultCore/WriterHashMapCommon.h"
 #include "platform/memory/VersionAnchor.h"
 #include "runtime/Dovel/Exception.h"
@@ -37,6 +37,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   using SlotLink = Vault::SlotLink;
   using IterHint = Vault::IterHint;
   using Buckets = BucketWriter<SlotLink>;
+  using Chains = WriterChains<Slots>;
 
   // All outlive the map.
   WriterHashMap(Dovel::Platform::DebugHandler const& handler, Buckets& buckets, Slots& slots, Owner& owner,
@@ -140,16 +141,16 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     DOVEL_TRACE(debugHandler(), 2, "WriterHashMap", "growing from: {} to: {}", old, grown);
     Resize resize(*this);
     buckets_.resize(grown);
-    Words const words(*this);
+    Chains const chains(slots_, &buckets_.headCell(0));
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
-      words.prefetchChain(bucket, old);
-      relink(words.heads[bucket + old], linkIn(splitPoint(words, bucket, old)).target());
+      chains.prefetch(bucket, old);
+      relink(chains.head(bucket + old), linkIn(chains.splitPoint(bucket, old)).target());
       owner_.yieldIfDue();
     }
     buckets_.publish(grown);
     for (std::uint32_t bucket = 0; bucket < old; ++bucket) {
-      words.prefetchChain(bucket, old);
-      relink(cutPoint(words, bucket, linkIn(words.heads[bucket + old])), SlotLink::endAt(bucket + old));
+      chains.prefetch(bucket, old);
+      relink(chains.cutPoint(bucket, bucket + old), SlotLink::endAt(bucket + old));
       owner_.yieldIfDue();
     }
     resize.finish(&Bucket::WriterCounters::maxGrowTime);
@@ -160,10 +161,10 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     std::uint32_t const old = buckets_.numBuckets();
     std::uint32_t const shrunk = old / 2;
     Resize resize(*this);
-    Words const words(*this);
+    Chains const chains(slots_, &buckets_.headCell(0));
     for (std::uint32_t bucket = 0; bucket < shrunk; ++bucket) {
-      words.prefetchChain(bucket, shrunk);
-      relink(chainEnd(bucket), buckets_.head(bucket + shrunk).target());
+      chains.prefetch(bucket, shrunk);
+      relink(chains.end(bucket), linkIn(chains.head(bucket + shrunk)).target());
       owner_.yieldIfDue();
     }
     buckets_.publish(shrunk);
@@ -177,13 +178,8 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return Ops::KeyOps::hash(key, owner_.hashSeed());
   }
 
-  // Makes the link lead to another target.
-  [[gnu::always_inline]] static void relink(Mem::Cell& cell, std::uint32_t target) {
-    Mem::SharedWord::publishLink(cell, linkIn(cell).ledTo(target).word());
-  }
-  [[gnu::always_inline]] static SlotLink linkIn(Mem::Cell const& cell) {
-    return SlotLink::fromWord(Mem::SharedWord::ownWord(cell));
-  }
+  using WriterHashMapCommon::linkIn;
+  using WriterHashMapCommon::relink;
   static Key keyIn(SlotType slot) {
     Key key;
     slot.template copyOut<sizeof(Key)>(&key);
@@ -254,50 +250,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     return search<true>(key, bucket, hash);
   }
 
-  // In buckets; smaller ones fit into the processor's cache, where asking ahead costs more than it saves.
-  static constexpr std::uint32_t kLargeTable = 1u << 13;
-  // Far enough ahead to hide a miss of the cache behind the work on the buckets between.
-  static constexpr std::uint32_t kPrefetchDistance = 32;
-
-  // All bits or none. Of conditions in this form compilers make no branch.
-  static std::uint64_t maskOf(bool condition) { return 0 - std::uint64_t{condition}; }
-
-  // Where heads and slots stand, for loops that move neither: compilers ask the tables for it anew behind
-  // every shared word.
-  struct Words {
-    explicit Words(WriterHashMap const& map)
-        : heads(&map.buckets_.headCell(0)),
-          slots(&map.slots_[0].linkCell()),
-          numSlots(map.slots_.numSlots()) {}
-
-    // Whether the link leads to a slot of the table. What ends a chain is above all ids.
-    bool leads(SlotLink link) const { return link.target() < numSlots; }
-    // The first slot of all for a link that leads to none, or out of the table: that is told by who follows
-    // it. By a mask, for which compilers make no branch.
-    [[gnu::always_inline]] SlotType slotOf(SlotLink link) const {
-      std::uint64_t const id = link.target() & maskOf(leads(link));
-      return SlotType(slots + id * SlotType::kShape.slotCells());
-    }
-
-    // Called for each bucket in turn: asks for the first slot of a bucket far ahead, and for the second one
-    // of a bucket that is half as far, whose first has come by now. Without branches: which chains are empty
-    // can't be foretold.
-    void prefetchChain(std::uint32_t bucket, std::uint32_t limit) const {
-      if (limit < kLargeTable) return;
-      std::uint32_t const last = limit - 1;
-      prefetchFirst(std::min(bucket + kPrefetchDistance, last));
-      prefetchSecond(std::min(bucket + kPrefetchDistance / 2, last));
-    }
-    void prefetchFirst(std::uint32_t bucket) const { slotOf(linkIn(heads[bucket])).prefetch(); }
-    void prefetchSecond(std::uint32_t bucket) const {
-      slotOf(slotOf(linkIn(heads[bucket])).link()).prefetch();
-    }
-
-    Mem::Cell* const heads;
-    Mem::Cell* const slots;
-    std::uint32_t const numSlots;
-  };
-
   // Times a resize, starts the yielding, and lets chains be legal under the counts on both sides.
   class Resize {
    public:
@@ -365,7 +317,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       if (link.id() >= buckets_.numBuckets()) buckets_.throwOutOfRange(link.id());
       bucket = link.id();
       link = buckets_.head(bucket);
-      prefetchFollowing(bucket);
+      Chains(slots_, &buckets_.headCell(0)).prefetchFollowing(bucket, buckets_.bits());
     }
     SlotType const slot = slots_[link.id()];
     SlotLink const slotLink = slot.link();
@@ -417,108 +369,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
       link = slot.link();
     }
     return step(key, link, bucket, value, hint);
-  }
-
-  // Walks a chain from the cell on for as long as `goesOn` says of each link, and returns the one at which it
-  // stopped.
-  template <class GoesOn>
-  [[gnu::always_inline]] Mem::Cell& walk(Mem::Cell* cell, GoesOn&& goesOn) const {
-    std::uint32_t const limit = slots_.numSlots();
-    std::uint32_t steps = 0;
-    for (SlotLink link = linkIn(*cell); goesOn(link); link = linkIn(*cell)) {
-      if (++steps > limit) [[unlikely]]
-        throwHashChainCycle(steps, limit);
-      cell = &slots_[link.id()].linkCell();
-    }
-    return *cell;
-  }
-
-  // The first step of such a walk, where `passes` says so of the link and of the slot that it leads to; a
-  // link that leads to none is not passed. Without a branch: most chains split at their head or after one
-  // record, which can't be foretold, and a branch foretold wrong takes longer than all of this.
-  template <class Passes>
-  [[gnu::always_inline]] static Mem::Cell* skip(Words const& words, Mem::Cell* head, Passes&& passes) {
-    SlotLink const link = linkIn(*head);
-    SlotType const slot = words.slotOf(link);
-    std::uint64_t const isPassed = maskOf(words.leads(link)) & passes(link, slot);
-    auto const distance = static_cast<std::uint64_t>(reinterpret_cast<std::byte*>(&slot.linkCell()) -
-                                                     reinterpret_cast<std::byte*>(head));
-    return reinterpret_cast<Mem::Cell*>(reinterpret_cast<std::uintptr_t>(head) + (distance & isPassed));
-  }
-
-  SlotType occupiedSlot(SlotLink link) const {
-    SlotType const slot = slots_[link.id()];
-    if (!slot.link().occupied()) [[unlikely]]
-      throwNotOccupied(link.id());
-    return slot;
-  }
-
-  // The link of the bucket's chain behind which the records of bucket + half follow, when there are 2 * half.
-  // Hashes are stored with their bits reversed: those of both buckets begin like the bucket's own number, and
-  // the bit after that tells which one.
-  [[gnu::always_inline]] Mem::Cell& splitPoint(Words const& words, std::uint32_t bucket,
-                                               std::uint32_t half) const {
-    std::uint32_t const first = reverseBits(bucket);
-    std::uint32_t const upper = reverseBits(half);
-    auto const isOf = [begins = ~(upper - 1)](std::uint32_t beginning, SlotType slot) {
-      return maskOf(slot.link().occupied()) & maskOf((slot.hash() & begins) == beginning);
-    };
-    Mem::Cell* const last =
-        skip(words, &words.heads[bucket], [=](SlotLink, SlotType slot) { return isOf(first, slot); });
-    SlotLink const link = linkIn(*last);
-    std::uint64_t const isUpper = maskOf(words.leads(link)) & isOf(first | upper, words.slotOf(link));
-    if ((maskOf(!link.leadsToSlot()) | isUpper) != 0) [[likely]]
-      return *last;
-    return splitPointFrom(last, first, upper);
-  }
-  [[gnu::noinline]] Mem::Cell& splitPointFrom(Mem::Cell* cell, std::uint32_t first,
-                                              std::uint32_t upper) const {
-    std::uint32_t const rest = (upper - 1) | upper;
-    return walk(cell, [=, this](SlotLink link) {
-      if (!link.leadsToSlot()) return false;
-      std::uint32_t const hash = occupiedSlot(link).hash();
-      if ((hash & ~rest) != first) [[unlikely]]
-        throwCorruptKey(link.id());
-      return (hash & upper) == 0;
-    });
-  }
-
-  // The link of the bucket's chain that leads where the head does which got the upper half.
-  [[gnu::always_inline]] Mem::Cell& cutPoint(Words const& words, std::uint32_t bucket,
-                                             SlotLink upperHead) const {
-    std::uint32_t const target = upperHead.target();
-    Mem::Cell* const last = skip(words, &words.heads[bucket],
-                                 [=](SlotLink link, SlotType) { return maskOf(link.target() != target); });
-    return walk(last, [=, this](SlotLink link) {
-      if (link.target() == target) [[likely]]
-        return false;
-      if (!link.leadsToSlot()) [[unlikely]]
-        throwHasBucket(bucket, link.id(), BucketTable::nextBucket(bucket, buckets_.bits()));
-      return true;
-    });
-  }
-
-  Mem::Cell& chainEnd(std::uint32_t bucket) const {
-    return walk(&buckets_.headCell(bucket), [this](SlotLink link) {
-      if (!link.leadsToSlot()) return false;
-      occupiedSlot(link);
-      return true;
-    });
-  }
-
-  // For an iteration that comes to the bucket: in its order heads are as far apart as slots.
-  void prefetchFollowing(std::uint32_t bucket) const {
-    if (buckets_.numBuckets() < kLargeTable) return;
-    Words const words(*this);
-    unsigned const shift = 32 - buckets_.bits();
-    std::uint32_t const step = reverseBits(bucket) >> shift;
-    // The bucket that comes so many steps later, or the last.
-    auto const later = [&](std::uint32_t steps) {
-      return reverseBits(std::min(step + steps, buckets_.numBuckets() - 1) << shift);
-    };
-    __builtin_prefetch(&words.heads[later(24)]);
-    words.prefetchFirst(later(16));
-    words.prefetchSecond(later(8));
   }
 
   Buckets& buckets_;

@@ -1,13 +1,23 @@
-// How the writer's hash map tells what it found wrong. Every function throws
-// Dovel::CorruptionDetectedException.
+// What of the writer's hash map doesn't depend on its records: how links are read and changed, and how it
+// tells what it found wrong. Every function whose name says so throws Dovel::CorruptionDetectedException.
 #pragma once
 
 #include <cstdint>
+
+#include "VaultCore/SlotLink.h"
 
 namespace VaultCore {
 
 class WriterHashMapCommon {
  public:
+  [[gnu::always_inline]] static Vault::SlotLink linkIn(Mem::Cell const& cell) {
+    return Vault::SlotLink::fromWord(Mem::SharedWord::ownWord(cell));
+  }
+  // Makes the link lead to another target.
+  [[gnu::always_inline]] static void relink(Mem::Cell& cell, std::uint32_t target) {
+    Mem::SharedWord::publishLink(cell, linkIn(cell).ledTo(target).word());
+  }
+
   // A chain is longer than there are slots.
   [[noreturn]] static void throwHashChainCycle(std::uint32_t count, std::uint32_t limit);
   // An iteration has seen as many buckets as there are and has not come to the end.

@@ -2,10 +2,9 @@
 // growth.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <optional>
 
-#include "platform/memory/Probe.h"
+#include "tests/VaultProbed/Meanwhile.h"
 #include "tests/VaultProbed/ScheduleParties.h"
 #include "tests/support/TestStore.h"
 
@@ -18,31 +17,6 @@ constexpr Table kSlow{Records::large, 5, false};
 Operation written(std::uint32_t number) {
   return {Operation::write, {number, number * 0x20000001U}, number * 16};
 }
-
-// Makes a call at one of the steps of another one.
-class Meanwhile final : public Mem::Probe {
- public:
-  Meanwhile(std::uint64_t at, std::function<void()> call) : left_(at), call_(std::move(call)) {
-    Mem::probe = this;
-  }
-  ~Meanwhile() { Mem::probe = nullptr; }
-
-  void load(std::uint64_t const& /*cell*/) override { pass(); }
-  void store(std::uint64_t& /*cell*/, std::uint64_t /*value*/) override { pass(); }
-  void look(char const* /*file*/) override { pass(); }
-  bool isDone() const { return left_ == 0; }
-
- private:
-  void pass() {
-    if (left_ == 0 || --left_ != 0) return;
-    Mem::probe = nullptr;
-    call_();
-    Mem::probe = this;
-  }
-
-  std::uint64_t left_;
-  std::function<void()> call_;
-};
 
 class ReaderScheduleBesideGrowth : public testing::Test {
  protected:

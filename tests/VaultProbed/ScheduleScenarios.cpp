@@ -81,6 +81,13 @@ Operations sparse() {
   return all;
 }
 
+// Two records left in eight buckets, of which the second is in the upper half.
+Operations sparseFartherOn() {
+  Operations all = written({kA, kB, kD, kE, kF});
+  for (Key const& key : {kA, kB, kF}) all.push_back(remove(key));
+  return all;
+}
+
 std::vector<NamedScenario> made() {
   return {
       {"UpdateInPlace", scenario(kSmall, written({kA, kB, kD, kE}), {write(kB, 2)})},
@@ -113,6 +120,8 @@ std::vector<NamedScenario> made() {
        longer(scenario(kGrowing, written({kA, kE}), {write(kD, 1), write(kB, 1), write(kG, 1)}))},
       {"FewerBuckets", scenario(kSmall, sparse(), {remove(kD)})},
       {"FewerBucketsAndMoreAgain", scenario(kSmall, sparse(), {remove(kD), write(kG, 1), write(kF, 1)})},
+      {"FewerBucketsAndReturn",
+       longer(scenario(kSmall, sparseFartherOn(), {remove(kD), remove(kE), write(kE, 2)}))},
       {"Compaction", scenario(kGrowing, highUp(), {remove(kE)})},
       {"CompactionAndReuse", longer(scenario(kGrowing, highUp(), {remove(kA), write(kF, 1)}))},
       {"WipeAndRefill", scenario(kSmall, written({kA, kB, kE}), {attach(), write(kA, 2)}, true)},
