@@ -101,7 +101,7 @@ class WriterChains : private WriterHashMapCommon {
   static constexpr std::uint32_t kPrefetchDistance = 32;
 
   // All bits or none. Of conditions in this form compilers make no branch.
-  static std::uint64_t maskOf(bool condition) { return 0 - std::uint64_t{condition}; }
+  static std::uint64_t maskOf(bool condition) { return 0 - static_cast<std::uint64_t>(condition); }
 
   // Whether the link leads to a slot of the table. What ends a chain is above all ids.
   bool leads(SlotLink link) const { return link.target() < numSlots_; }
