@@ -208,6 +208,7 @@ std::uint32_t SlotWriterTableCommon::initializeSlots(std::uint32_t first, std::u
     if (cells == last) {
       defaultContentsTo(cells);
     } else {
+#pragma GCC unroll 4
       for (std::uint32_t cell = 1; cell < slotCells; ++cell)
         Mem::SharedWord::storeValueWord(cells[cell], Mem::SharedWord::loadValueWord(last[cell]));
     }

@@ -95,7 +95,9 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   Value const* lookup(Key const& key, bool& found, void* out) const override {
     ++counters_.lookups;
     void* const to = out != nullptr ? out : &scratch_;
-    if (!isReplaced() && map_.lookupFirst(key, to) && isCurrent() && !isReplaced()) {
+    // Of a key that stands in the record to be filled a try that comes to nothing may leave another one.
+    bool const mayFail = !standsIn(to, key);
+    if (mayFail && !isReplaced() && map_.lookupFirst(key, to) && isCurrent() && !isReplaced()) {
       found = true;
       return static_cast<Value const*>(to);
     }
@@ -158,8 +160,13 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   SlotReaderTableCommon& slots() const override { return slots_; }
 
  private:
+  static bool standsIn(void const* record, Key const& key) {
+    return reinterpret_cast<std::uintptr_t>(&key) - reinterpret_cast<std::uintptr_t>(record) < Ops::valueSize;
+  }
+
   // Apart, so that the short way saves no registers for this one.
-  [[gnu::noinline]] Value const* lookupInChain(Key const& key, bool& found, void* out) const {
+  [[gnu::noinline]] Value const* lookupInChain(Key const& wanted, bool& found, void* out) const {
+    Key const key = wanted;  // it may be part of the value that a failed try has overwritten
     void* const to = out != nullptr ? out : &scratch_;
     bool const answered = retryOnResize([&] { found = map_.lookup(key, to); }, Dovel::noop);
     found = found && answered;

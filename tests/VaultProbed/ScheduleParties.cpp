@@ -111,6 +111,12 @@ class Reader final : public ReadingParty {
     auto const* const value = reader_.lookup(key, found, nullptr);
     return answer(found, *value);
   }
+  Answer lookupInPlace(Key const& key) override {
+    bool found = false;
+    typename Ops::Value value(typename Ops::Value::RecordType(key, 0));
+    reader_.lookup(value.entryKey(), found, &value);
+    return answer(found, value);
+  }
   Answer first() override { return answer(reader_.first(value_, hint_), value_); }
   Answer next() override { return answer(reader_.next(value_.entryKey(), value_, hint_), value_); }
   Answer valueOf(std::uint32_t slot) override {

@@ -75,6 +75,8 @@ class ReadingParty {
   virtual ~ReadingParty() = default;
   virtual bool initialize() = 0;
   virtual Answer lookup(Key const& key) = 0;
+  // The key stands in the record that the answer goes to.
+  virtual Answer lookupInPlace(Key const& key) = 0;
   virtual Answer first() = 0;
   // The record after the one that the last first() or next() found.
   virtual Answer next() = 0;
