@@ -75,16 +75,10 @@ Operations highUp() {
   return all;
 }
 
-Operations sparse() {
+// What is left of five records in eight buckets.
+Operations sparse(std::vector<Key> const& removed) {
   Operations all = written({kA, kB, kD, kE, kF});
-  for (Key const& key : {kB, kF, kE}) all.push_back(remove(key));
-  return all;
-}
-
-// Two records left in eight buckets, of which the second is in the upper half.
-Operations sparseFartherOn() {
-  Operations all = written({kA, kB, kD, kE, kF});
-  for (Key const& key : {kA, kB, kF}) all.push_back(remove(key));
+  for (Key const& key : removed) all.push_back(remove(key));
   return all;
 }
 
@@ -118,10 +112,11 @@ std::vector<NamedScenario> made() {
       {"SlotsAndBucketsFrom4To8", scenario(kGrowing, written({kA, kE, kD, kB}), {write(kG, 1)})},
       {"SlotsAndBucketsFrom2To8",
        longer(scenario(kGrowing, written({kA, kE}), {write(kD, 1), write(kB, 1), write(kG, 1)}))},
-      {"FewerBuckets", scenario(kSmall, sparse(), {remove(kD)})},
-      {"FewerBucketsAndMoreAgain", scenario(kSmall, sparse(), {remove(kD), write(kG, 1), write(kF, 1)})},
+      {"FewerBuckets", scenario(kSmall, sparse({kB, kF, kE}), {remove(kD)})},
+      {"FewerBucketsAndMoreAgain",
+       scenario(kSmall, sparse({kB, kF, kE}), {remove(kD), write(kG, 1), write(kF, 1)})},
       {"FewerBucketsAndReturn",
-       longer(scenario(kSmall, sparseFartherOn(), {remove(kD), remove(kE), write(kE, 2)}))},
+       longer(scenario(kSmall, sparse({kA, kB, kF}), {remove(kD), remove(kE), write(kE, 2)}))},
       {"Compaction", scenario(kGrowing, highUp(), {remove(kE)})},
       {"CompactionAndReuse", longer(scenario(kGrowing, highUp(), {remove(kA), write(kF, 1)}))},
       {"WipeAndRefill", scenario(kSmall, written({kA, kB, kE}), {attach(), write(kA, 2)}, true)},
