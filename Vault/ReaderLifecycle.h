@@ -39,6 +39,10 @@ class ReaderLifecycle {
   [[gnu::always_inline]] bool isReplaced() const {
     return ember_ != nullptr && Mem::SharedWord::readGeneration(*ember_) != emberId_.value();
   }
+  // Whether what was read of an attached table holds: nothing was resized or replaced meanwhile.
+  [[gnu::always_inline]] bool hasStayed() const {
+    return buckets_.isAttachedAndCurrent() && Mem::SharedWord::readGeneration(*ember_) == emberId_.value();
+  }
   // Tells, once, that it has. False, for the caller to return.
   bool replaced() const;
   // Whether the mapped files are those that the names lead to, of the generation that is attached.

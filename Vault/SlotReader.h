@@ -35,9 +35,6 @@ class SlotReaderTable : public SlotReaderTableCommon {
     return slots_ + std::size_t{index} * kShape.slotCells();
   }
 
-  // Asks for a slot whose id a link gives, which need not be one.
-  void prefetch(std::uint32_t id) const { __builtin_prefetch(slots_ + std::size_t{id} * kShape.slotCells()); }
-
   // Copies the key and, where it is wanted of a slot with such a hash, the whole value to `out`.
   template <class Wants>
   [[gnu::always_inline]] Step readStep(Mem::Cell const* cells, Wants const& wants, void* out) {
@@ -46,19 +43,19 @@ class SlotReaderTable : public SlotReaderTableCommon {
     SlotLink const link = readConsistently(cells, [&](Mem::Cell const* from) {
       hash = hashIn(from);
       if (wants(hash)) copyOut<Ops::valueSize>(from, out);
-      copyOut<sizeof(Key)>(from, &key);
+      key = keyIn(from);
     });
     return {link, hash, key};
   }
 
-  // Copies the whole value where it is that of the key, under the link, and no change of it is under way;
-  // false where it isn't, or where one came in between.
-  [[gnu::always_inline]] static bool readIfOf(Key const& key, Mem::Cell const* cells, SlotLink link,
-                                              void* out) {
-    if (!link.occupied() || link.inLookaside() || !(keyIn(cells) == key)) return false;
+  // Of a slot that may be changed meanwhile: what is copied vouches for nothing.
+  [[gnu::always_inline]] static Key keyIn(Mem::Cell const* cells) {
+    Key key;
+    copyOut<sizeof key>(cells, &key);
+    return key;
+  }
+  [[gnu::always_inline]] static void copyValue(Mem::Cell const* cells, void* out) {
     copyOut<Ops::valueSize>(cells, out);
-    Mem::SharedWord::beforeRecheck();
-    return linkIn(*cells).sequence == link.sequence;
   }
 
   // Copies the whole value and marks it as the one that was read last.
@@ -71,8 +68,7 @@ class SlotReaderTable : public SlotReaderTableCommon {
 
   // Marks what was copied from there, under that link, as the value that was read last.
   [[gnu::always_inline]] void anchorIs(Mem::Cell const* cells, SlotLink link) {
-    auto const offset = static_cast<std::uint64_t>(reinterpret_cast<std::byte const*>(cells) - base());
-    anchor_ = Mem::VersionAnchor::at(link.sequence, base(), offset);
+    lastRead_ = {cells, link.sequence};
   }
 
   [[gnu::always_inline]] static SlotLink linkIn(Mem::Cell const& cell) {
@@ -106,12 +102,6 @@ class SlotReaderTable : public SlotReaderTableCommon {
   [[gnu::always_inline]] static std::uint32_t hashIn(Mem::Cell const* cells) {
     Mem::Cell const word = Mem::SharedWord::loadValueWord(cells[kShape.hashOffset() / sizeof(Mem::Cell)]);
     return kShape.hashOffset() % sizeof(Mem::Cell) == 0 ? Mem::lowHalf(word) : Mem::highHalf(word);
-  }
-
-  [[gnu::always_inline]] static Key keyIn(Mem::Cell const* cells) {
-    Key key;
-    copyOut<sizeof key>(cells, &key);
-    return key;
   }
 
   template <std::size_t Bytes>

@@ -55,8 +55,8 @@ class SlotReaderTableCommon : public Dovel::Debuggable {
   Dovel::String toString() const;
 
   // Of the slot that was copied last.
-  Mem::VersionAnchor& anchor() { return anchor_; }
-  Mem::VersionAnchor const& anchor() const { return anchor_; }
+  Mem::VersionAnchor anchor() const;
+  void anchorIsNone() { lastRead_ = {}; }
 
  protected:
   [[noreturn]] void throwOutOfRange(std::uint32_t slot) const;
@@ -67,11 +67,18 @@ class SlotReaderTableCommon : public Dovel::Debuggable {
   // Of the template's fast way to a slot.
   Mem::Cell const* slots_ = nullptr;
   std::uint32_t numSlots_ = 0;
-  Mem::VersionAnchor anchor_;
+  // What an anchor is made of when it is asked for, which is seldom.
+  struct LastRead {
+    Mem::Cell const* cells = nullptr;
+    std::uint32_t sequence = 0;
+  };
+  LastRead lastRead_;
   Reader::Counters& counters_;
 
  private:
   static constexpr NumSlots kNone{0xffffffff, 0};
+  // In place of a slot that was cut off since it was read.
+  static constexpr Mem::Cell kGone = 0;
 
   NumSlots published() const {
     return NumSlots::fromWord(Mem::SharedWord::readCount(header_[SlotTable::kNumSlotsWord]));

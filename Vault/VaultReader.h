@@ -92,14 +92,20 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
 
   // All of these throw Dovel::CorruptionDetectedException for damage that no resize explains, and
   // Dovel::MemoryResourceException where a table that has grown can't be mapped.
-  Value const* lookup(Key const& key, bool& found, void* out) const override {
+  Value const* lookup(Key const& wanted, bool& found, void* out) const override {
     ++counters_.lookups;
+    // It may stand in the record that is to be filled, and a try that comes to nothing may fill that.
+    Key const key = wanted;
     void* const to = out != nullptr ? out : &scratch_;
-    // Of a key that stands in the record to be filled a try that comes to nothing may leave another one.
-    bool const mayFail = !standsIn(to, key);
-    if (mayFail && !isReplaced() && map_.lookupFirst(key, to) && isCurrent() && !isReplaced()) {
+    StepAtRest const step = map_.firstAtRest(key, to);
+    if (step.outcome == AtRest::found && hasStayed()) [[likely]] {
       found = true;
       return static_cast<Value const*>(to);
+    }
+    if (step.outcome == AtRest::passed) return lookupFartherOn(wanted, found, out, step.cells, step.link);
+    if (step.outcome == AtRest::absent && hasStayed()) {
+      found = false;
+      return nothing(out);
     }
     return lookupInChain(key, found, out);
   }
@@ -160,13 +166,20 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   SlotReaderTableCommon& slots() const override { return slots_; }
 
  private:
-  static bool standsIn(void const* record, Key const& key) {
-    return reinterpret_cast<std::uintptr_t>(&key) - reinterpret_cast<std::uintptr_t>(record) < Ops::valueSize;
-  }
+  using AtRest = typename HashMap::AtRest;
+  using StepAtRest = typename HashMap::StepAtRest;
 
-  // Apart, so that the short way saves no registers for this one.
-  [[gnu::noinline]] Value const* lookupInChain(Key const& wanted, bool& found, void* out) const {
-    Key const key = wanted;  // it may be part of the value that a failed try has overwritten
+  // These two apart, so that the way of most look-ups saves no registers for them.
+  [[gnu::noinline]] Value const* lookupFartherOn(Key const& wanted, bool& found, void* out,
+                                                 Mem::Cell const* cells, Vault::SlotLink link) const {
+    Key const key = wanted;
+    void* const to = out != nullptr ? out : &scratch_;
+    AtRest const outcome = map_.fartherAtRest(key, cells, link, to);
+    if (outcome == AtRest::unknown || !hasStayed()) return lookupInChain(key, found, out);
+    found = outcome == AtRest::found;
+    return found ? static_cast<Value const*>(to) : nothing(out);
+  }
+  [[gnu::noinline]] Value const* lookupInChain(Key const key, bool& found, void* out) const {
     void* const to = out != nullptr ? out : &scratch_;
     bool const answered = retryOnResize([&] { found = map_.lookup(key, to); }, Dovel::noop);
     found = found && answered;
@@ -175,7 +188,7 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
 
   // The answer that finds nothing.
   Value const* nothing(void* out) const {
-    slots_.anchor() = {};
+    slots_.anchorIsNone();
     Value const& none = Ops::ValueOps::type_default_;
     if (out != nullptr) std::memcpy(out, &none, Ops::valueSize);
     return &none;

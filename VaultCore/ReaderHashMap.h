@@ -36,30 +36,62 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
                 Vault::Reader::Counters& counters)
       : Dovel::Debuggable(handler), buckets_(buckets), slots_(slots), counters_(counters) {}
 
-  // The short way of lookup(), for a record that is the first of its chain and isn't being changed, as two of
-  // three are; false says nothing yet.
-  [[gnu::always_inline]] bool lookupFirst(Key const& key, void* out) {
+  // The short way of a look-up, along a chain that nobody is changing. What it comes to holds only where the
+  // table was not resized meanwhile; where it can't say, lookup() can.
+  enum class AtRest { found, absent, passed, unknown };
+  struct StepAtRest {
+    AtRest outcome = AtRest::unknown;
+    // The slot that was passed, and its link.
+    Mem::Cell const* cells = nullptr;
+    SlotLink link{};
+  };
+
+  // The first slot of the chain, which holds two of three keys that are there.
+  [[gnu::always_inline]] StepAtRest firstAtRest(Key const& key, void* out) {
+    if (debugHandler().isOn(9)) [[unlikely]]
+      return {};
     std::uint32_t const bucket = hashOf(key) & (buckets_.numBuckets() - 1);
-    if (bucket >= buckets_.numBuckets() || debugHandler().isOn(9)) return false;
+    if (bucket >= buckets_.numBuckets()) return {};
     Mem::Cell const& head = buckets_.headCell(bucket);
-    SlotLink const link = Slots::linkIn(head);
-    if (link.target() >= slots_.numSlots()) return false;
-    Mem::Cell const* const cells = slots_[link.target()];
-    SlotLink const own = Slots::linkIn(*cells);
-    bool const isIt = Slots::readIfOf(key, cells, own, out);
-    if (!isUnchanged(head, link)) [[unlikely]] {
-      ++counters_.restarts;
-      return false;
+    return stepAtRest(key, head, Slots::linkIn(head), out);
+  }
+  // All that follow a slot that was passed; the outcome is never that one.
+  [[gnu::always_inline]] AtRest fartherAtRest(Key const& key, Mem::Cell const* cells, SlotLink link,
+                                              void* out) {
+    std::uint32_t const mask = buckets_.numBuckets() - 1;
+    std::uint32_t const hash = hashOf(key);
+    for (unsigned steps = 1; steps < kStepsAtRest; ++steps) {
+      // By reversed hashes, the lowest bit in which two differ tells their order.
+      std::uint32_t const slotHash = hashOf(Slots::keyIn(cells));
+      std::uint32_t const differing = hash ^ slotHash;
+      if (differing == 0 || (differing & mask) != 0) return AtRest::unknown;
+      if ((slotHash & differing & -differing) != 0)
+        return isUnchanged(*cells, link) ? AtRest::absent : AtRest::unknown;
+      StepAtRest const step = stepAtRest(key, *cells, link, out);
+      if (step.outcome != AtRest::passed) return step.outcome;
+      cells = step.cells;
+      link = step.link;
     }
-    if (isIt) slots_.anchorIs(cells, own);
-    return isIt;
+    return AtRest::unknown;
   }
 
-  // Copies the record of the key to `out` and returns true; `out` is the caller's to set where there is none.
+  // Copies the record of the key, which doesn't stand there, to `out` and returns true; `out` is the caller's
+  // to set where there is none.
   bool lookup(Key const& key, void* out) {
-    if (debugHandler().isOn(9)) [[unlikely]]
-      return lookupTraced(key, out);
-    return find<false>(key, out);
+    if (buckets_.numBuckets() == 0) {
+      DOVEL_TRACE(debugHandler(), 5, "ReaderHashMap", "bucket table detached");
+      return false;
+    }
+    std::uint32_t const hash = hashOf(key);
+    std::uint32_t const bucket = hash & (buckets_.numBuckets() - 1);
+    Place const place = walk<Goal::key>(key, reverseBits(hash), bucket, out);
+    if (place.isKey) {
+      slots_.anchorIs(place.cells, place.link);
+      return true;
+    }
+    checkEnd(place.cells == nullptr ? place.link : SlotLink{});
+    DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} not found", key);
+    return false;
   }
 
   // The first record at or after the bucket, in the order of reversed hashes.
@@ -93,6 +125,31 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     return Ops::KeyOps::hash(key, slots_.hashSeed());
   }
 
+  // Longer chains are left to the walk, which tells them from a cycle.
+  static constexpr unsigned kStepsAtRest = 16;
+
+  // To where the link leads. The look at it afterwards vouches for what was read of the slot before, too.
+  [[gnu::always_inline]] StepAtRest stepAtRest(Key const& key, Mem::Cell const& from, SlotLink link,
+                                               void* out) {
+    if (link.target() >= slots_.numSlots()) [[unlikely]] {
+      bool const isEnd = !link.leadsToSlot() && (link.isNil() || link.id() < buckets_.numBuckets());
+      return {isEnd ? AtRest::absent : AtRest::unknown};
+    }
+    Mem::Cell const* const cells = slots_[link.target()];
+    SlotLink const own = Slots::linkIn(*cells);
+    if (!own.isAtRest()) return {};
+    bool const isKey = Slots::keyIn(cells) == key;
+    if (isKey) Slots::copyValue(cells, out);
+    if (!isUnchanged(from, link)) [[unlikely]] {
+      ++counters_.restarts;
+      return {};
+    }
+    if (!isKey) return {AtRest::passed, cells, own};
+    if (!isUnchanged(*cells, own)) return {};
+    slots_.anchorIs(cells, own);
+    return {AtRest::found};
+  }
+
   // Whether the link that led here is still the one that was followed.
   [[gnu::always_inline]] static bool isUnchanged(Mem::Cell const& cell, SlotLink link) {
     Mem::SharedWord::beforeRecheck();
@@ -112,8 +169,8 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
   };
 
   // To the key or to what stands where it would, copying the value to `out` where that is the goal.
-  template <Goal goal, bool traced>
-  [[gnu::always_inline]] Place walk(Key const& key, std::uint32_t reversed, std::uint32_t bucket, void* out) {
+  template <Goal goal>
+  Place walk(Key const& key, std::uint32_t reversed, std::uint32_t bucket, void* out) {
     auto const wants = [=](std::uint32_t hash) {
       return goal == Goal::key ? hash == reversed : hash >= reversed;
     };
@@ -134,12 +191,9 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
           break;
         if (!step.link.occupied()) [[unlikely]]
           throwFree<goal>(slot, key);
-        if constexpr (traced)
-          DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} comparing slot {} {}", key, slot, step.key);
+        DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} comparing slot {} {}", key, slot, step.key);
         bool const isKey = step.hash == reversed && step.key == key;
         if (goal == Goal::key && isKey) return {step.link, slot, cells, true};
-        // Begun before all that is checked: two of three look-ups never come here.
-        slots_.prefetch(step.link.id());
         checkBelongs(step.key, bucket);
         if (step.hash > reversed || (step.hash == reversed && key < step.key))
           return {step.link, slot, cells, false};
@@ -155,27 +209,6 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     if (goal == Goal::key) throwNotOccupied(slot, &key, sizeof key);
     throwSlowPathNotOccupied(slot, &key, sizeof key);
   }
-
-  template <bool traced>
-  [[gnu::always_inline]] bool find(Key const& wanted, void* out) {
-    if (buckets_.numBuckets() == 0) [[unlikely]] {
-      DOVEL_TRACE(debugHandler(), 5, "ReaderHashMap", "bucket table detached");
-      return false;
-    }
-    Key const key = wanted;
-    std::uint32_t const hash = hashOf(key);
-    std::uint32_t const bucket = hash & (buckets_.numBuckets() - 1);
-    Place const place = walk<Goal::key, traced>(key, reverseBits(hash), bucket, out);
-    if (place.isKey) {
-      slots_.anchorIs(place.cells, place.link);
-      return true;
-    }
-    checkEnd(place.cells == nullptr ? place.link : SlotLink{});
-    if constexpr (traced) DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} not found", key);
-    return false;
-  }
-  // Apart, so that what traces need is not in the way of look-ups that aren't traced.
-  [[gnu::noinline, gnu::cold]] bool lookupTraced(Key const& key, void* out) { return find<true>(key, out); }
 
   // A miss is only told of a table that was not resized meanwhile.
   [[gnu::always_inline]] void checkEnd(SlotLink link) const {
@@ -274,7 +307,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     if (buckets_.numBuckets() == 0) return false;
     std::uint32_t const hash = hashOf(key);
     std::uint32_t const bucket = hash & (buckets_.numBuckets() - 1);
-    Place const place = walk<Goal::successor, true>(key, reverseBits(hash), bucket, &value);
+    Place const place = walk<Goal::successor>(key, reverseBits(hash), bucket, &value);
     if (place.cells == nullptr) {
       hint.bucket = bucket;
       return follow(key, place.link, value, hint);

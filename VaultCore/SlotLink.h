@@ -43,6 +43,8 @@ struct SlotLink {
   constexpr bool flag() const { return (next & kFlag) != 0; }
   constexpr bool occupied() const { return (sequence & kOccupied) != 0; }
   constexpr bool inLookaside() const { return (sequence & kLookaside) != 0; }
+  // On a chain, with the value in its place.
+  constexpr bool isAtRest() const { return (sequence & (kOccupied | kLookaside)) == kOccupied; }
 
   // The link after a change of what it leads to: a new sequence, and the holder's own flag.
   constexpr SlotLink ledTo(std::uint32_t newTarget) const {

@@ -22,20 +22,23 @@ struct VersionAnchor {
     return {version, offset < kDefaultOffset ? static_cast<std::uint32_t>(offset) : kInvalidOffset, base};
   }
 
+  // Whether it marks a place that is there.
+  bool isPlaced() const { return offset < kDefaultOffset; }
+
   // Ends the process for an anchor that never marked anything.
   void assertNotDefaultConstructed() const;
 
   // Keeps the anchor where its place lies within the new mapping, and makes it one that never matches
   // otherwise.
   void rebase(std::byte const* newBase, std::uint64_t newSize) {
-    if (offset >= kDefaultOffset) return;
+    if (!isPlaced()) return;
     base = newBase;
     if (offset + sizeof(Cell) > newSize) offset = kInvalidOffset;
   }
 
   // Whether the marked word is still what it was.
   bool matches() const {
-    if (offset >= kDefaultOffset) return false;
+    if (!isPlaced()) return false;
     return lowHalf(SharedWord::ownWord(*reinterpret_cast<Cell const*>(base + offset))) == version;
   }
 

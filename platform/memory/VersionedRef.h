@@ -21,7 +21,9 @@ struct VersionedRef {
   constexpr Cell word() const { return fromHalves(version, count); }
   constexpr VersionedRef next(Count newCount) const { return {version + 1, newCount}; }
 
-  friend bool operator==(VersionedRef const&, VersionedRef const&) = default;
+  friend constexpr bool operator==(VersionedRef const& a, VersionedRef const& b) {
+    return a.word() == b.word();
+  }
 };
 
 }  // namespace Mem

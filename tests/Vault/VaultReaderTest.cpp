@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 #include <set>
 
@@ -310,10 +311,36 @@ TEST_F(VaultReader, ACycleInAChainEndsTheWalk) {
   // The slot of the first record leads to itself.
   std::uint32_t const slot = slotOf(0);
   poke32(store_.file("slots"), linkAt(slot) + 4, slot);
-  std::string const message = messageOf<CorruptionDetectedException>([&] { lookup(reader, {9, 0}); });
-  EXPECT_NE(message.find("hash chain of " + std::to_string(store_->capacity() + 1) + " slots"),
-            std::string::npos)
-      << message;
+  // Of the same hash, and of another one behind it.
+  for (Key const& key : {Key{9, 0}, Key{9, 64}}) {
+    std::string const message = messageOf<CorruptionDetectedException>([&] { lookup(reader, key); });
+    EXPECT_NE(message.find("hash chain of " + std::to_string(store_->capacity() + 1) + " slots"),
+              std::string::npos)
+        << message;
+  }
+}
+
+TEST_F(VaultReader, ALinkToNoSlotAndNoBucketIsDamage) {
+  store_.write(chained(1), 7);
+  Reader& reader = attached();
+  ASSERT_TRUE(has(reader, chained(1), 7));
+  std::uint32_t const slot = slotOf(0);
+  for (auto const& [next, text] : std::map<std::uint32_t, std::string>{
+           {0x80000000u | 1000, "bucket 1000 out of range"}, {1000, "out-of-range index:1000"}}) {
+    poke32(store_.file("slots"), linkAt(slot) + 4, next);
+    std::string const message = messageOf<CorruptionDetectedException>([&] { lookup(reader, {9, 64}); });
+    EXPECT_NE(message.find(text), std::string::npos) << message;
+  }
+}
+
+TEST_F(VaultReader, FindsRecordsOfALongChain) {
+  for (std::uint32_t number = 0; number < 40; ++number) store_.write({number, number << 10}, number);
+  Reader& reader = attached();
+  for (std::uint32_t number = 0; number < 40; ++number) {
+    EXPECT_TRUE(has(reader, {number, number << 10}, number)) << number;
+    EXPECT_FALSE(lookup(reader, {number, (number + 40) << 10})) << number;
+  }
+  EXPECT_EQ(reader.readerCounters().suspicions, 0u);
 }
 
 TEST_F(VaultReader, ACycleOfBucketsEndsTheIteration) {

@@ -13,19 +13,22 @@ namespace ScheduleTests {
 namespace {
 
 constexpr Table kTable{Records::small, 16, true};
-// No hash tells them apart, so that the second stands behind the first.
 constexpr Key kFirst{1, 8};
+// Behind the first: no hash tells them apart.
 constexpr Key kSecond{2, 8};
+// The same, by a hash of its own.
+constexpr Key kFarther{2, 12};
 
 class ReaderScheduleBesideRemoval : public testing::TestWithParam<Key> {
  protected:
-  // A table of both, in a directory of its own, and a reader that has found the key before.
+  // A table of the first and another one, in a directory of its own, and a reader that has found the key
+  // before.
   void begin() {
     reader_.reset();
     writer_.reset();
     directory_.emplace();
     writer_ = writerOf(kTable, directory_->path());
-    for (Key const& key : {kFirst, kSecond}) write(key);
+    for (Key const& key : {kFirst, GetParam() == kFirst ? kSecond : GetParam()}) write(key);
     reader_ = readerOf(kTable.records, directory_->path());
     ASSERT_TRUE(reader_->initialize());
     ASSERT_TRUE(reader_->lookup(GetParam()).found);
@@ -59,7 +62,7 @@ TEST_P(ReaderScheduleBesideRemoval, NeverTakesARecordThatWasOverwrittenMeanwhile
     Meanwhile const reuse(step, [&] {
       writer_->apply({Operation::remove, GetParam()});
       // Of the same hash, and one that makes the buckets grow, so that the look-up is tried again.
-      for (Key const& key : {Key{3, 8}, Key{4, 5}}) write(key);
+      for (Key const& key : {Key{3, GetParam().chosenHash}, Key{4, 5}}) write(key);
     });
     Answer const answer = reader_->lookupInPlace(GetParam());
     if (!reuse.isDone()) return;
@@ -68,9 +71,10 @@ TEST_P(ReaderScheduleBesideRemoval, NeverTakesARecordThatWasOverwrittenMeanwhile
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, ReaderScheduleBesideRemoval, testing::Values(kFirst, kSecond),
+INSTANTIATE_TEST_SUITE_P(, ReaderScheduleBesideRemoval, testing::Values(kFirst, kSecond, kFarther),
                          [](auto const& key) {
-                           return key.param == kFirst ? "OfTheFirstOfAChain" : "OfOneFartherOn";
+                           if (key.param == kFirst) return "OfTheFirstOfAChain";
+                           return key.param == kSecond ? "OfOneOfTheSameHash" : "OfOneFartherOn";
                          });
 
 }  // namespace

@@ -21,6 +21,9 @@ constexpr Key kF{6, 1};
 constexpr Key kG{7, 7};
 // Like the first three, and the last of these.
 constexpr Key kH{9, 8};
+// Behind all of these in their bucket, as long as there are no more than four, each by a hash of its own.
+constexpr Key kI{10, 4};
+constexpr Key kJ{11, 12};
 
 constexpr Key filler(std::uint32_t number) { return {32 + number, number * 0x9e3779b1U}; }
 
@@ -87,16 +90,20 @@ std::vector<NamedScenario> made() {
       {"UpdateInPlace", scenario(kSmall, written({kA, kB, kD, kE}), {write(kB, 2)})},
       {"UpdateBesideTheHash", scenario(kSharing, written({kA, kB, kD, kE}), {write(kB, 2)})},
       {"TwoUpdatesInARow", scenario(kSmall, written({kA, kB, kD, kE}), {write(kB, 2), write(kA, 2)})},
+      {"UpdateBetweenHashes", scenario(kSmall, written({kA, kI, kJ}), {write(kI, 2)})},
       {"ThreeUpdatesOfTwo",
        longer(scenario(kSharing, written({kA, kD}), {write(kA, 2), write(kD, 2), write(kA, 3)}))},
       {"RemovalAndReuseInTheChain", scenario(kSmall, written({kA, kB, kD, kE}), {remove(kB), write(kC, 1)})},
       {"RemovalAndReuseFartherOn", scenario(kSmall, written({kA, kB, kE}), {remove(kA), write(kH, 1)})},
       {"RemovalAndReuseElsewhere", scenario(kSmall, written({kA, kB, kD, kE}), {remove(kB), write(kF, 1)})},
+      {"RemovalAndReuseBehindTheKey", scenario(kSmall, written({kA, kI}), {remove(kA), write(kJ, 1)})},
+      {"RemovalAndReuseBetweenHashes", scenario(kSmall, written({kA, kI, kJ}), {remove(kI), write(kE, 1)})},
       {"RemovalAndReturn", scenario(kSharing, written({kA, kB, kD}), {remove(kB), write(kB, 2)})},
       {"RemovalOfTwoAndReuse",
        scenario(kSmall, written({kA, kB, kC, kD}), {remove(kA), remove(kB), write(kF, 1)})},
       {"RemovalOfAll", scenario(kSmall, written({kA, kE}), {remove(kA), remove(kE)})},
       {"InsertionInMidChain", scenario(kSmall, written({kA, kC, kD}), {write(kB, 1)})},
+      {"InsertionBetweenHashes", scenario(kSmall, written({kA, kJ}), {write(kI, 1)})},
       {"InsertionBesideTheHash", scenario(kSharing, written({kA, kC, kD}), {write(kB, 1)})},
       {"DirectUpdate", scenario(kSmall, written({kA, kB, kD, kE}), {direct(kB, 2)})},
       {"DirectUpdateBesideTheHash",

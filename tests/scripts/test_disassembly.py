@@ -15,8 +15,8 @@ OPERATIONS = {
     "Vault::VaultWriter": ("write", "writeInChain", "insert", "remove", "lookup", "lookupInChain", "first",
                            "next", "directWrite", "directCommit"),
     "VaultCore::WriterHashMap": ("find", "lookup", "first", "next"),
-    "Vault::VaultReader": ("lookup", "lookupInChain", "first", "next", "getValue"),
-    "VaultCore::ReaderHashMap": ("lookup", "lookupFirst", "first", "next"),
+    "Vault::VaultReader": ("lookup", "lookupFartherOn", "lookupInChain", "first", "next", "getValue"),
+    "VaultCore::ReaderHashMap": ("lookup", "firstAtRest", "fartherAtRest", "first", "next"),
 }
 
 
