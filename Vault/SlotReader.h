@@ -62,13 +62,8 @@ class SlotReaderTable : public SlotReaderTableCommon {
   [[gnu::always_inline]] SlotLink readValue(Mem::Cell const* cells, void* out) {
     SlotLink const link =
         readConsistently(cells, [&](Mem::Cell const* from) { copyOut<Ops::valueSize>(from, out); });
-    anchorIs(cells, link);
+    lastValueIs({*cells, link.sequence});
     return link;
-  }
-
-  // Marks what was copied from there, under that link, as the value that was read last.
-  [[gnu::always_inline]] void anchorIs(Mem::Cell const* cells, SlotLink link) {
-    lastRead_ = {cells, link.sequence};
   }
 
   [[gnu::always_inline]] static SlotLink linkIn(Mem::Cell const& cell) {

@@ -19,7 +19,7 @@ void SlotReaderTableCommon::detach() {
   header_ = slots_ = nullptr;
   numSlotsRef_ = kNone;
   numSlots_ = capacity_ = 0;
-  anchorIsNone();
+  lastValueIs({});
   mapping_->detach();
 }
 
@@ -96,11 +96,7 @@ bool SlotReaderTableCommon::doResize() {
                 static_cast<void const*>(oldBase), static_cast<void const*>(newBase));
     ++counters_.baseMoves;
   }
-  Mem::VersionAnchor moved = anchor();
-  moved.rebase(newBase, size);
-  if (lastRead_.cells != nullptr) {
-    lastRead_.cells = moved.isPlaced() ? reinterpret_cast<Mem::Cell const*>(newBase + moved.offset) : &kGone;
-  }
+  lastValue_.rebase(oldBase, newBase, size);
   ++counters_.slotResizes;
   header_ = reinterpret_cast<Mem::Cell const*>(newBase);
   DOVEL_TRACE(debugHandler(), 3, "SlotReaderTable", "onResize {}", toString());
@@ -109,13 +105,6 @@ bool SlotReaderTableCommon::doResize() {
   numSlots_ = capacity_ = wanted.count;
   DOVEL_TRACE(debugHandler(), 5, "SlotReaderTable", "successful");
   return true;
-}
-
-Mem::VersionAnchor SlotReaderTableCommon::anchor() const {
-  if (lastRead_.cells == nullptr) return {};
-  if (lastRead_.cells == &kGone) return {lastRead_.sequence, Mem::VersionAnchor::kInvalidOffset, base()};
-  auto const offset = reinterpret_cast<std::byte const*>(lastRead_.cells) - base();
-  return Mem::VersionAnchor::at(lastRead_.sequence, base(), static_cast<std::uint64_t>(offset));
 }
 
 std::uint32_t SlotReaderTableCommon::members() const {

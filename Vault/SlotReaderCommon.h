@@ -54,9 +54,9 @@ class SlotReaderTableCommon : public Dovel::Debuggable {
   Mem::Mapping const& mapping() const { return *mapping_; }
   Dovel::String toString() const;
 
-  // Of the slot that was copied last.
-  Mem::VersionAnchor anchor() const;
-  void anchorIsNone() { lastRead_ = {}; }
+  // The slot that was copied last.
+  void lastValueIs(Mem::LastValue value) { lastValue_ = value; }
+  Mem::VersionAnchor anchor() const { return lastValue_.anchor(base()); }
 
  protected:
   [[noreturn]] void throwOutOfRange(std::uint32_t slot) const;
@@ -67,18 +67,11 @@ class SlotReaderTableCommon : public Dovel::Debuggable {
   // Of the template's fast way to a slot.
   Mem::Cell const* slots_ = nullptr;
   std::uint32_t numSlots_ = 0;
-  // What an anchor is made of when it is asked for, which is seldom.
-  struct LastRead {
-    Mem::Cell const* cells = nullptr;
-    std::uint32_t sequence = 0;
-  };
-  LastRead lastRead_;
+  Mem::LastValue lastValue_;
   Reader::Counters& counters_;
 
  private:
   static constexpr NumSlots kNone{0xffffffff, 0};
-  // In place of a slot that was cut off since it was read.
-  static constexpr Mem::Cell kGone = 0;
 
   NumSlots published() const {
     return NumSlots::fromWord(Mem::SharedWord::readCount(header_[SlotTable::kNumSlotsWord]));

@@ -53,7 +53,7 @@ void SlotWriterTableCommon::numSlotsIs(std::uint32_t numSlots) {
 void SlotWriterTableCommon::detach() {
   numSlotsIs(0);
   shrinkThreshold_ = 0;
-  anchor_ = {};
+  lastValueIs({});
   baseIs(nullptr);
   mapping_->detach();
 }
@@ -179,7 +179,7 @@ void SlotWriterTableCommon::resize(std::uint32_t newNumSlots) {
     ++counters_.remaps;
   }
   baseIs(newBase);
-  anchor_.rebase(newBase, size);
+  lastValue_.rebase(oldBase, newBase, size);
   DOVEL_TRACE(debugHandler(), 5, "SlotWriterTable", "to {} successfully", newNumSlots);
 }
 

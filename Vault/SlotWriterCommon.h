@@ -94,8 +94,10 @@ class SlotWriterTableCommon : public Dovel::Debuggable {
   Mem::Mapping& mapping() const { return *mapping_; }
   std::byte const* base() const { return reinterpret_cast<std::byte const*>(header_); }
 
-  // Of the value that was handed out last.
-  Mem::VersionAnchor& anchor() { return anchor_; }
+  // The value that was handed out last.
+  Mem::LastValue lastValue() const { return lastValue_; }
+  void lastValueIs(Mem::LastValue value) { lastValue_ = value; }
+  Mem::VersionAnchor anchor() const { return lastValue_.anchor(base()); }
 
   // Where the mapping stands may change with every resize.
   Mem::Cell* cellsOf(std::uint32_t slot) const {
@@ -128,7 +130,7 @@ class SlotWriterTableCommon : public Dovel::Debuggable {
   Mem::RootPath const& rootPath_;
   std::unique_ptr<Mem::Mapping> mapping_;
   Dovel::String error_;
-  Mem::VersionAnchor anchor_;
+  Mem::LastValue lastValue_;
   Mem::Cell* header_ = nullptr;
   std::uint32_t numSlots_ = 0;
   std::uint32_t const maxSize_;

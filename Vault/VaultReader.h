@@ -188,7 +188,7 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
 
   // The answer that finds nothing.
   Value const* nothing(void* out) const {
-    slots_.anchorIsNone();
+    slots_.lastValueIs({});
     Value const& none = Ops::ValueOps::type_default_;
     if (out != nullptr) std::memcpy(out, &none, Ops::valueSize);
     return &none;

@@ -161,7 +161,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     std::uint32_t const first = map_.firstOf(key, map_.bucketOf(hash));
     if (first == SlotLink::kNil) return lookupInChain(key, hash, found, out);
     SlotType const slot = slots_[first];
-    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
+    lastValueIsOf(slot);
     found = true;
     return HashMap::valueIn(slot, out);
   }
@@ -208,7 +208,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
       HashMap::relink(*directPrev_, id);
       directFresh_ = false;
     }
-    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
+    lastValueIsOf(slot);
     herald_->post({id});
     growBucketsIfFull();
     slots_.leaveCriticalSection();
@@ -293,6 +293,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   bool isDirect() const { return directSlot_ != SlotLink::kNil || directFresh_; }
   Dovel::String unbalanced(char const* what, std::optional<Key> key) const;
 
+  void lastValueIsOf(SlotType slot) const { slots_.lastValueIs({slot.linkCell(), slot.link().sequence}); }
   static Value const* valueOf(SlotType slot) { return static_cast<Value const*>(slot.valueAddress()); }
 
   [[gnu::always_inline]] void traceSlot(char const* what, Key const& key, std::uint32_t bucket,
@@ -325,7 +326,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
       slots_.update(slot, value);
       ++counters_.updates;
     }
-    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
+    lastValueIsOf(slot);
     if (update) herald_->post({id});
     slots_.leaveCriticalSection();
     return valueOf(slot);
@@ -340,7 +341,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
     linkFresh(slot, *prevLink);
     slots_.update(slot, value);
     HashMap::relink(*prevLink, id);
-    slots_.anchor() = map_.anchorOf(&slot.linkCell(), slot.link());
+    lastValueIsOf(slot);
     herald_->post({id});
     growBucketsIfFull();
     slots_.leaveCriticalSection();
@@ -422,7 +423,7 @@ class VaultWriter : public VaultInterface<Ops>, public WriterLifecycle {
   }
 
   void doMaybeShrinkSlots(std::uint32_t shrinkThreshold);
-  bool moveSlot(std::uint32_t id, Mem::VersionAnchor const& saved);
+  bool moveSlot(std::uint32_t id, Mem::LastValue saved);
 
   std::uint32_t directSlot_ = SlotLink::kNil;
   Mem::Cell* directPrev_ = nullptr;
@@ -458,7 +459,7 @@ void VaultWriter<Ops>::doMaybeShrinkSlots(std::uint32_t shrinkThreshold) {
               shrinkThreshold > threshold ? " SUPER SHRINK!" : "");
   slots_.purgeFreeSlots(threshold);
   armDeadline();
-  Mem::VersionAnchor const saved = slots_.anchor();
+  Mem::LastValue const saved = slots_.lastValue();
   bool dropped = false;
   std::uint64_t moved = 0;
   for (std::uint32_t id = slots_.numSlots(); id-- > threshold;) {
@@ -470,17 +471,17 @@ void VaultWriter<Ops>::doMaybeShrinkSlots(std::uint32_t shrinkThreshold) {
     ++moved;
     yieldIfDue();
   }
-  // Every search has set the anchor; it marks what it marked before, unless that was moved.
-  slots_.anchor() = dropped ? Mem::VersionAnchor() : saved;
+  // Every search has left its own; it is what it was before, unless that was moved.
+  slots_.lastValueIs(dropped ? Mem::LastValue() : saved);
   slots_.shrink(threshold);
   buckets_.publishAgain();
   DOVEL_TRACE(handler_, 5, "VaultWriter", "at threshold:{} done", threshold);
   counters_.slotsMoved += moved;
 }
 
-// Moves the record of a slot to the lowest free one. True where it was the record of the anchor.
+// Moves the record of a slot to the lowest free one. True where it was the saved one.
 template <class Ops>
-bool VaultWriter<Ops>::moveSlot(std::uint32_t id, Mem::VersionAnchor const& saved) {
+bool VaultWriter<Ops>::moveSlot(std::uint32_t id, Mem::LastValue saved) {
   Key const key = HashMap::keyIn(slots_[id]);
   std::uint32_t const hash = map_.hashOf(key);
   Mem::Cell* prevLink = nullptr;
@@ -488,14 +489,14 @@ bool VaultWriter<Ops>::moveSlot(std::uint32_t id, Mem::VersionAnchor const& save
   bool const found = map_.find(key, map_.bucketOf(hash), prevLink, currLink, hash);
   DOVEL_ASSERT(found, "VaultWriter", "fromSlot:{} key not found", id);
   DOVEL_ASSERT(prevLink != nullptr, "VaultWriter", "fromSlot:{} not referenced", id);
-  bool const anchored = slots_.anchor() == saved;
+  bool const wasLast = slots_.lastValue() == saved;
   std::uint32_t const newId = slots_.move(id);
   DOVEL_TRACE(handler_, 9, "VaultWriter", "moving fromSlot:{} toSlot:{}", id, newId);
   HashMap::relink(*prevLink, newId);
   vacate(slots_[id]);
   herald_->post({newId});
   herald_->post({id});
-  return anchored;
+  return wasLast;
 }
 
 }  // namespace Vault

@@ -86,7 +86,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     std::uint32_t const bucket = hash & (buckets_.numBuckets() - 1);
     Place const place = walk<Goal::key>(key, reverseBits(hash), bucket, out);
     if (place.isKey) {
-      slots_.anchorIs(place.cells, place.link);
+      slots_.lastValueIs({*place.cells, place.link.sequence});
       return true;
     }
     checkEnd(place.cells == nullptr ? place.link : SlotLink{});
@@ -146,7 +146,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
     }
     if (!isKey) return {AtRest::passed, cells, own};
     if (!isUnchanged(*cells, own)) return {};
-    slots_.anchorIs(cells, own);
+    slots_.lastValueIs({*cells, own.sequence});
     return {AtRest::found};
   }
 
@@ -312,7 +312,7 @@ class ReaderHashMap : public Dovel::Debuggable, private ReaderHashMapCommon {
       hint.bucket = bucket;
       return follow(key, place.link, value, hint);
     }
-    slots_.anchorIs(place.cells, place.link);
+    slots_.lastValueIs({*place.cells, place.link.sequence});
     hint = {place.link.sequence, place.slot, bucket};
     DOVEL_TRACE(debugHandler(), 9, "ReaderHashMap", "{} success {}, saving {}", key, keyOf(value), hint);
     return true;

@@ -81,7 +81,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
     Mem::Cell* prevLink = nullptr;
     Mem::Cell* currLink = nullptr;
     if (!find(key, bucket, prevLink, currLink, hash)) {
-      slots_.anchor() = {};
+      slots_.lastValueIs({});
       DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} not found bucket:{}", key, bucket);
       return nullptr;
     }
@@ -187,13 +187,6 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
   }
   static decltype(auto) keyOf(Value const& value) { return Ops::KeyOps::key(value); }
 
-  // Of the slot with that link.
-  Mem::VersionAnchor anchorOf(Mem::Cell const* cell, SlotLink link) const {
-    std::byte const* const base = slots_.base();
-    auto const offset = reinterpret_cast<std::byte const*>(cell) - base;
-    return Mem::VersionAnchor::at(link.sequence, base, static_cast<std::uint64_t>(offset));
-  }
-
  private:
   // Where a search has come to, see find().
   struct Place {
@@ -225,7 +218,7 @@ class WriterHashMap : public Dovel::Debuggable, private WriterHashMapCommon {
         if constexpr (traced)
           DOVEL_TRACE(debugHandler(), 9, "WriterHashMap", "{} found curr:{} next:{:#x}", key, link.id(),
                       next.next);
-        slots_.anchor() = anchorOf(curr, next);
+        slots_.lastValueIs({*curr, next.sequence});
         return {prev, curr, true};
       }
       slots_.prefetch(next.id());
