@@ -36,13 +36,9 @@ class ReaderLifecycle {
   Dovel::String dumpHeaders() const;
 
   // Whether the writer has given up the generation that is attached. One load and one comparison.
-  [[gnu::always_inline]] bool isReplaced() const {
-    return ember_ != nullptr && Mem::SharedWord::readGeneration(*ember_) != emberId_.value();
-  }
+  [[gnu::always_inline]] bool isReplaced() const { return ember_ != nullptr && !generationIsOurs(); }
   // Whether what was read of an attached table holds: nothing was resized or replaced meanwhile.
-  [[gnu::always_inline]] bool hasStayed() const {
-    return buckets_.isAttachedAndCurrent() && Mem::SharedWord::readGeneration(*ember_) == emberId_.value();
-  }
+  [[gnu::always_inline]] bool hasStayed() const { return buckets_.countIsCurrent() && generationIsOurs(); }
   // Tells, once, that it has. False, for the caller to return.
   bool replaced() const;
   // Whether the mapped files are those that the names lead to, of the generation that is attached.
@@ -60,6 +56,9 @@ class ReaderLifecycle {
   bool initialized_ = false;
 
  private:
+  [[gnu::always_inline]] bool generationIsOurs() const {
+    return Mem::SharedWord::readGeneration(*ember_) == emberId_.value();
+  }
   bool attachHalves();
   bool readGeneration();
   bool validateHalves();

@@ -102,12 +102,12 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
       found = true;
       return static_cast<Value const*>(to);
     }
-    if (step.outcome == AtRest::passed) return lookupFartherOn(wanted, found, out, step.cells, step.link);
+    if (step.outcome == AtRest::passed) return lookupFartherOn(key, found, to, step.cells, step.link);
     if (step.outcome == AtRest::absent && hasStayed()) {
       found = false;
-      return nothing(out);
+      return nothing(to);
     }
-    return lookupInChain(key, found, out);
+    return lookupInChain(key, found, to);
   }
   bool first(Value& value, IterHint& hint) const override {
     bool found = false;
@@ -169,21 +169,19 @@ class VaultReader : public VaultInterface<Ops>, public ReaderLifecycle {
   using AtRest = typename HashMap::AtRest;
   using StepAtRest = typename HashMap::StepAtRest;
 
-  // These two apart, so that the way of most look-ups saves no registers for them.
-  [[gnu::noinline]] Value const* lookupFartherOn(Key const& wanted, bool& found, void* out,
-                                                 Mem::Cell const* cells, Vault::SlotLink link) const {
-    Key const key = wanted;
-    void* const to = out != nullptr ? out : &scratch_;
+  // These two apart, so that the way of most look-ups saves no registers for them. The keys are copies, for
+  // what they are a part of may be overwritten.
+  [[gnu::noinline]] Value const* lookupFartherOn(Key const key, bool& found, void* to, Mem::Cell const* cells,
+                                                 Vault::SlotLink link) const {
     AtRest const outcome = map_.fartherAtRest(key, cells, link, to);
-    if (outcome == AtRest::unknown || !hasStayed()) return lookupInChain(key, found, out);
+    if (outcome == AtRest::unknown || !hasStayed()) return lookupInChain(key, found, to);
     found = outcome == AtRest::found;
-    return found ? static_cast<Value const*>(to) : nothing(out);
+    return found ? static_cast<Value const*>(to) : nothing(to);
   }
-  [[gnu::noinline]] Value const* lookupInChain(Key const key, bool& found, void* out) const {
-    void* const to = out != nullptr ? out : &scratch_;
+  [[gnu::noinline]] Value const* lookupInChain(Key const key, bool& found, void* to) const {
     bool const answered = retryOnResize([&] { found = map_.lookup(key, to); }, Dovel::noop);
     found = found && answered;
-    return found ? static_cast<Value const*>(to) : nothing(out);
+    return found ? static_cast<Value const*>(to) : nothing(to);
   }
 
   // The answer that finds nothing.

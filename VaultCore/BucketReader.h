@@ -28,8 +28,9 @@ class BucketReaderCommon : public Dovel::Debuggable {
   bool validate(SharedMem::EmberId emberId, Dovel::String& error) const;
 
   // Whether the writer's count is still the one that is mapped. One load and one comparison.
-  [[gnu::always_inline]] bool isCurrent() const { return header_ == nullptr || isAttachedAndCurrent(); }
-  [[gnu::always_inline]] bool isAttachedAndCurrent() const { return published() == numBucketsRef_; }
+  [[gnu::always_inline]] bool isCurrent() const { return header_ == nullptr || countIsCurrent(); }
+  // The same of one that is attached.
+  [[gnu::always_inline]] bool countIsCurrent() const { return published() == numBucketsRef_; }
   // Follows the writer's count; true where there was something to follow.
   // Throws Dovel::CorruptionDetectedException for a count that can't be, and Dovel::MemoryResourceException.
   bool doResize();

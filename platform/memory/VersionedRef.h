@@ -21,6 +21,7 @@ struct VersionedRef {
   constexpr Cell word() const { return fromHalves(version, count); }
   constexpr VersionedRef next(Count newCount) const { return {version + 1, newCount}; }
 
+  // Of the words, which is one comparison; readers make it before every answer.
   friend constexpr bool operator==(VersionedRef const& a, VersionedRef const& b) {
     return a.word() == b.word();
   }
