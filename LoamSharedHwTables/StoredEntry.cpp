@@ -39,7 +39,7 @@ void storedFields(LoamAsicUtils::TableDescription const& table, std::span<std::u
 
 Dovel::String keyText(std::string_view text, std::string_view typeName) {
   // A bare number is the whole of a key with one member.
-  bool const isWhole = text.find('(') != text.npos || text.find(':') == text.npos;
+  bool const isWhole = text.find('(') != std::string_view::npos || text.find(':') == std::string_view::npos;
   return isWhole ? std::string(text) : fmt::format("{}({})", typeName, text);
 }
 
